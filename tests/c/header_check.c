@@ -1,0 +1,5 @@
+/* The public headers compile as strict C11. */
+#include "tarnwick.h"
+
+int tarnwick_header_check(void);
+int tarnwick_header_check(void) { return kPVStringEncodingUTF8 + (int)sizeof(Boolean); }

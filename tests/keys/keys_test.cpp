@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "tarnwick.h"
+TEST(Smoke, Builds) { EXPECT_TRUE(PVEqual(kJXVPNPropNetIPSecOnDemandSupported, kJXVPNPropNetVPNOnDemandSupported)); }
