@@ -44,15 +44,27 @@ struct PVNumber : pv::PVObject {
   explicit PVNumber(int64_t v) : PVObject(pv::Kind::Number, false), isFloat(false), i(v), d(0) {}
   explicit PVNumber(double v) : PVObject(pv::Kind::Number, false), isFloat(true), i(0), d(v) {}
   double asDouble() const { return isFloat ? d : static_cast<double>(i); }
+  // The integer this number is exactly, if any. Comparing an integer with a
+  // double through this, not through a rounding conversion to double, keeps
+  // equality transitive and the hash consistent with it.
+  bool exactInteger(int64_t &out) const {
+    if (!isFloat) {
+      out = i;
+      return true;
+    }
+    if (!(d >= -0x1p63 && d < 0x1p63) || d != std::trunc(d)) return false;
+    out = static_cast<int64_t>(d);
+    return true;
+  }
   bool equals(const PVObject &other) const override {
     const auto &o = static_cast<const PVNumber &>(other);
-    if (!isFloat && !o.isFloat) return i == o.i;
-    return asDouble() == o.asDouble();
+    if (isFloat && o.isFloat) return d == o.d;
+    int64_t a = 0, b = 0;
+    return exactInteger(a) && o.exactInteger(b) && a == b;
   }
   size_t hash() const override {
-    double v = asDouble();
-    if (!isFloat || v == std::trunc(v)) return std::hash<int64_t>{}(isFloat ? int64_t(v) : i);
-    return std::hash<double>{}(v);
+    int64_t whole = 0;
+    return exactInteger(whole) ? std::hash<int64_t>{}(whole) : std::hash<double>{}(d);
   }
   void describe(std::string &out) const override {
     char buffer[40];
@@ -212,14 +224,15 @@ Boolean PVNumberGetValue(PVNumberRef number, PVNumberType type, void *value) noe
   if (type == kPVNumberFloat64Type) {
     double d = n->asDouble();
     std::memcpy(value, &d, sizeof d);
-    return !n->isFloat ? static_cast<int64_t>(d) == n->i : true;
+    return n->isFloat || (d < 0x1p63 && static_cast<int64_t>(d) == n->i);
   }
   bool exact = true;
   int64_t whole = n->i;
   if (n->isFloat) {
     double t = std::trunc(n->d);
-    exact = t == n->d && std::fabs(t) < 9.2e18;
-    whole = std::fabs(t) < 9.2e18 ? static_cast<int64_t>(t) : 0;
+    bool inRange = t >= -0x1p63 && t < 0x1p63;
+    exact = inRange && t == n->d;
+    whole = inRange ? static_cast<int64_t>(t) : 0;
   }
   switch (type) {
     case kPVNumberSInt8Type: return store<int8_t>(whole, exact, value);

@@ -17,7 +17,8 @@ bool PVString::equals(const PVObject &other) const {
 }
 
 size_t PVString::hash() const {
-  if (isMutable) return std::hash<std::string_view>{}(text());
+  // Mutable text can change, so it is not cached; it hashes like immutable text.
+  if (isMutable) return std::hash<std::string_view>{}(text()) | 1;
   size_t h = cachedHash.load(std::memory_order_relaxed);
   if (h == 0) {
     h = std::hash<std::string_view>{}(text()) | 1;  // 0 means "not computed yet"
@@ -89,7 +90,9 @@ bool format(std::string &out, const char *fmt, va_list args) {
     piece.resize(static_cast<size_t>(n));
     out += piece;
     // Advance the caller's list past the consumed argument(s).
-    if (strchr(spec.c_str(), '*')) (void)va_arg(args, int);
+    for (char c : spec) {
+      if (c == '*') (void)va_arg(args, int);
+    }
     switch (conv) {
       case 'd': case 'i': case 'u': case 'x': case 'X': case 'o': case 'c':
         if (spec.find("ll") != std::string::npos || spec.find('j') != std::string::npos) {
@@ -102,7 +105,11 @@ bool format(std::string &out, const char *fmt, va_list args) {
         }
         break;
       case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
-        (void)va_arg(args, double);
+        if (spec.find('L') != std::string::npos) {
+          (void)va_arg(args, long double);
+        } else {
+          (void)va_arg(args, double);
+        }
         break;
       default:  // s, p
         (void)va_arg(args, void *);
@@ -134,7 +141,7 @@ PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
     if (encoding < kPVStringEncodingUTF16 || encoding > kPVStringEncodingUTF16BE) return nullptr;
     // An odd trailing byte is not a whole code unit and is dropped.
     std::u16string units(static_cast<size_t>(count) / 2, u'\0');
-    std::memcpy(units.data(), bytes, units.size() * 2);
+    if (!units.empty()) std::memcpy(units.data(), bytes, units.size() * 2);
     if (byteSwapped(encoding)) {
       for (char16_t &u : units) u = static_cast<char16_t>((u >> 8) | (u << 8));
     }
