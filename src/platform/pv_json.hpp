@@ -1,0 +1,30 @@
+// Property values as JSON, for the preferences documents and payload files.
+//
+//   dictionary  <->  object (string keys only)
+//   array       <->  array
+//   string      <->  string
+//   integer     <->  integer, floating number <-> number with a fraction or
+//                    exponent: the two stay apart through a round trip
+//   boolean     <->  true / false (the shared kPVBooleanTrue / kPVBooleanFalse)
+//   data        <->  {"$data": "<base64>"}
+//
+// Sets, platform handles, JSON null and non-finite numbers have no
+// counterpart. Neither function throws: a failure comes back as a reason.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tarnwick/platform/values.h"
+
+namespace pv::json {
+
+// The JSON form of `value` into `out`; false with a reason in `error` when
+// the value, or anything inside it, has no JSON form.
+bool toJson(PVTypeRef value, nlohmann::json &out, std::string &error) noexcept;
+
+// A new value for `json` (the caller releases it), or null with a reason in
+// `error`.
+PVTypeRef createFromJson(const nlohmann::json &json, std::string &error) noexcept;
+
+}  // namespace pv::json

@@ -1,0 +1,108 @@
+// Services and their protocols.
+#include <regex>
+
+#include "platform/prefs_test_support.hpp"
+#include "support/test_support.hpp"
+
+namespace tw::test {
+namespace {
+
+using NetworkService = StoreTest;
+
+bool isEmptyDictionary(PVDictionaryRef dictionary) {
+  return PVGetTypeID(dictionary) == PVDictionaryGetTypeID() &&
+         PVDictionaryGetCount(dictionary) == 0;
+}
+
+std::string protocolTypes(ZNNetworkServiceRef service) {
+  auto protocols = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyProtocols(service));
+  std::string types;
+  for (PVIndex i = 0; i < PVArrayGetCount(protocols.get()); ++i) {
+    auto protocol = at<ZNNetworkProtocolRef>(protocols.get(), i);
+    types += (i ? "," : "") + text(ZNNetworkProtocolGetProtocolType(protocol));
+  }
+  return types;
+}
+
+TEST_F(NetworkService, DefaultConfigurationGivesEveryLayerAndThreeProtocolsEmptyConfigurations) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto service = createL2TPService(prefs.get(), "Defaults");
+  for (ZNNetworkInterfaceRef layer = ZNNetworkServiceGetInterface(service.get()); layer;
+       layer = ZNNetworkInterfaceGetInterface(layer)) {
+    EXPECT_TRUE(isEmptyDictionary(ZNNetworkInterfaceGetConfiguration(layer)));
+  }
+  EXPECT_EQ(protocolTypes(service.get()), "IPv4,DNS,Proxies");
+  for (PVStringRef type :
+       {kZNNetworkProtocolTypeIPv4, kZNNetworkProtocolTypeDNS, kZNNetworkProtocolTypeProxies}) {
+    auto protocol =
+        Ref<ZNNetworkProtocolRef>::adopt(ZNNetworkServiceCopyProtocol(service.get(), type));
+    EXPECT_TRUE(isEmptyDictionary(ZNNetworkProtocolGetConfiguration(protocol.get())));
+  }
+}
+
+TEST_F(NetworkService, AddedProtocolHasNoConfigurationAndItsTypeIsAddedOnce) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto service = createL2TPService(prefs.get(), "Protocols");
+  auto payload = str("com.example.payload");
+  ASSERT_TRUE(ZNNetworkServiceAddProtocolType(service.get(), payload.get()));
+  EXPECT_FALSE(ZNNetworkServiceAddProtocolType(service.get(), str("com.example.payload").get()));
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_EQ(protocolTypes(service.get()), "IPv4,DNS,Proxies,com.example.payload");
+
+  auto protocol =
+      Ref<ZNNetworkProtocolRef>::adopt(ZNNetworkServiceCopyProtocol(service.get(), payload.get()));
+  EXPECT_EQ(ZNNetworkProtocolGetConfiguration(protocol.get()), nullptr);
+  EXPECT_EQ(ZNNetworkServiceCopyProtocol(service.get(), str("Missing").get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+
+  auto configuration = dict({{"PayloadUUID", str("1234").get()}});
+  ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(protocol.get(), configuration.get()));
+  // The configuration belongs to the session, not to the handle.
+  PVDictionaryRef stored = ZNNetworkProtocolGetConfiguration(protocol.get());
+  protocol = {};
+  configuration = {};
+  EXPECT_EQ(text(static_cast<PVStringRef>(PVDictionaryGetValue(stored, str("PayloadUUID").get()))),
+            "1234");
+  auto again =
+      Ref<ZNNetworkProtocolRef>::adopt(ZNNetworkServiceCopyProtocol(service.get(), payload.get()));
+  ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(again.get(), nullptr));
+  EXPECT_EQ(ZNNetworkProtocolGetConfiguration(again.get()), nullptr);
+}
+
+TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto first = createL2TPService(prefs.get(), "One");
+  auto second = createL2TPService(prefs.get(), "Two");
+  const std::regex uuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+  std::string id = text(ZNNetworkServiceGetServiceID(first.get()));
+  EXPECT_TRUE(std::regex_match(id, uuid)) << id;
+  EXPECT_NE(id, text(ZNNetworkServiceGetServiceID(second.get())));
+
+  auto copy =
+      Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs.get(), str(id.c_str()).get()));
+  EXPECT_TRUE(PVEqual(copy.get(), first.get()));
+  EXPECT_EQ(PVHash(copy.get()), PVHash(first.get()));
+  EXPECT_FALSE(PVEqual(copy.get(), second.get()));
+}
+
+TEST_F(NetworkService, RemovedServiceHandleStaysValidAndReportsNoSuchObject) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto service = createL2TPService(prefs.get(), "Removed");
+  PVStringRef id = ZNNetworkServiceGetServiceID(service.get());
+  const std::string idText = text(id);
+
+  ASSERT_TRUE(ZNNetworkServiceRemove(service.get()));
+  EXPECT_EQ(text(id), idText);  // a borrowed ID read before removal stays readable
+  EXPECT_EQ(ZNNetworkServiceGetServiceID(service.get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+  EXPECT_EQ(ZNNetworkServiceGetName(service.get()), nullptr);
+  EXPECT_EQ(ZNNetworkServiceGetInterface(service.get()), nullptr);
+  EXPECT_EQ(ZNNetworkServiceCopyProtocols(service.get()), nullptr);
+  EXPECT_FALSE(ZNNetworkServiceSetName(service.get(), str("Back").get()));
+  EXPECT_FALSE(ZNNetworkServiceRemove(service.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+  EXPECT_EQ(serviceNames(prefs.get()), "");
+}
+
+}  // namespace
+}  // namespace tw::test
