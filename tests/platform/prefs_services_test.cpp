@@ -1,5 +1,6 @@
 // Services and their protocols.
-#include <regex>
+#include <cctype>
+#include <cstring>
 
 #include "platform/prefs_test_support.hpp"
 #include "support/test_support.hpp"
@@ -8,6 +9,19 @@ namespace tw::test {
 namespace {
 
 using NetworkService = StoreTest;
+
+// Lower-case 8-4-4-4-12 hex, version 4, RFC 4122 variant.
+bool isVersion4Uuid(const std::string &id) {
+  if (id.size() != 36) return false;
+  for (size_t i = 0; i < id.size(); ++i) {
+    bool dash = i == 8 || i == 13 || i == 18 || i == 23;
+    if (dash ? id[i] != '-' : !std::isxdigit(static_cast<unsigned char>(id[i])) ||
+                                  std::isupper(static_cast<unsigned char>(id[i]))) {
+      return false;
+    }
+  }
+  return id[14] == '4' && std::strchr("89ab", id[19]) != nullptr;
+}
 
 bool isEmptyDictionary(PVDictionaryRef dictionary) {
   return PVGetTypeID(dictionary) == PVDictionaryGetTypeID() &&
@@ -73,9 +87,8 @@ TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) 
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto first = createL2TPService(prefs.get(), "One");
   auto second = createL2TPService(prefs.get(), "Two");
-  const std::regex uuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
   std::string id = text(ZNNetworkServiceGetServiceID(first.get()));
-  EXPECT_TRUE(std::regex_match(id, uuid)) << id;
+  EXPECT_TRUE(isVersion4Uuid(id)) << id;
   EXPECT_NE(id, text(ZNNetworkServiceGetServiceID(second.get())));
 
   auto copy =

@@ -33,17 +33,28 @@ typedef const struct VltCertificate *VltCertificateRef;
 typedef const struct VltIdentity *VltIdentityRef;
 typedef const struct VltTrust *VltTrustRef;
 
-/* Finds the one item the query matches (absent attributes match any value).
- * kVltReturnData = true yields the secret data, kVltReturnPersistentRef =
- * true the persistent reference; kVltValueRef in the query finds the stored
- * item of that object. Ownership of *result: create. */
+/* Finds the one item the query matches (absent attributes match any value;
+ * the first stored wins). kVltReturnData = true yields the secret data (for
+ * a certificate or identity item, the certificate's DER),
+ * kVltReturnPersistentRef = true the persistent reference; kVltValueRef in
+ * the query finds the stored item of that object. kVltReturnAttributes =
+ * true, or both of the others, yields a dictionary of the item's class,
+ * string attributes and accessibility (its object under kVltValueRef for a
+ * certificate or identity), plus kVltValueData and kVltValuePersistentRef
+ * when asked for. No return key yields the persistent reference. `result`
+ * may be NULL to test for a match. Ownership of *result: create. */
 TW_EXPORT VltStatus VltItemCopyMatching(PVDictionaryRef query, PVTypeRef *result) TW_NOEXCEPT;
-/* Stores a new item. kVltReturnPersistentRef = true yields its persistent
- * reference in *result (ownership: create); otherwise *result stays NULL. */
+/* Stores a new item: a generic password (kVltClass, string attributes,
+ * kVltValueData) or the object under kVltValueRef. kVltAttrAccessible
+ * defaults to kVltAttrAccessibleWhenUnlocked. kVltReturnPersistentRef = true
+ * yields its persistent reference in *result (ownership: create); otherwise
+ * *result stays NULL. */
 TW_EXPORT VltStatus VltItemAdd(PVDictionaryRef attributes, PVTypeRef *result) TW_NOEXCEPT;
-/* Changes the listed attributes (or kVltValueData) of every matching item. */
+/* Changes the listed attributes (or kVltValueData) of every matching item.
+ * An empty query is refused (kVltErrorParam). */
 TW_EXPORT VltStatus VltItemUpdate(PVDictionaryRef query, PVDictionaryRef attributesToUpdate) TW_NOEXCEPT;
-/* Deletes every matching item; kVltValuePersistentRef names exactly one. */
+/* Deletes every matching item; kVltValuePersistentRef names exactly one.
+ * An empty query is refused (kVltErrorParam). */
 TW_EXPORT VltStatus VltItemDelete(PVDictionaryRef query) TW_NOEXCEPT;
 /* Decodes a container with the passphrase in options[kVltImportExportPassphrase]
  * into an array of dictionaries, one per identity, each holding

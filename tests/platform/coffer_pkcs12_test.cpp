@@ -1,0 +1,152 @@
+// PKCS #12 import: identities, chains in issuer order, the failures, and
+// the ownership of what it hands out.
+#include <gtest/gtest.h>
+
+#include "support/pkcs12_fixtures.hpp"
+#include "support/test_support.hpp"
+#include "tarnwick/platform/coffer.h"
+#include "tarnwick/platform/ref.hpp"
+#include "tarnwick/platform/testing.h"
+
+namespace {
+
+using pv::Ref;
+
+std::string derOf(VltCertificateRef certificate) {
+  auto data = Ref<PVDataRef>::adopt(VltCertificateCopyData(certificate));
+  if (!data) return "<none>";
+  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(data.get())),
+                     static_cast<size_t>(PVDataGetLength(data.get())));
+}
+
+class CofferImport : public tw::test::StoreTest {
+ protected:
+  VltStatus import(const std::string &container, const char *passphrase, Ref<PVArrayRef> &items) {
+    auto data = Ref<PVDataRef>::adopt(tw::test::createData(container));
+    auto pass = Ref<PVStringRef>::adopt(PVStringCreateWithCString(passphrase));
+    const PVTypeRef keys[] = {kVltImportExportPassphrase};
+    const PVTypeRef values[] = {pass.get()};
+    auto options = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
+    PVArrayRef slot = nullptr;
+    VltStatus status = VltPKCS12Import(data.get(), options.get(), &slot);
+    items = Ref<PVArrayRef>::adopt(slot);
+    return status;
+  }
+
+  // The certificates of the trust of the item at `index`, as DER.
+  std::vector<std::string> chainOf(PVArrayRef items, PVIndex index) {
+    auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(items, index));
+    auto trust = static_cast<VltTrustRef>(PVDictionaryGetValue(item, kVltImportItemTrust));
+    std::vector<std::string> chain;
+    for (PVIndex i = 0; i < VltTrustGetCertificateCount(trust); ++i) {
+      chain.push_back(derOf(VltTrustGetCertificateAtIndex(trust, i)));
+    }
+    return chain;
+  }
+
+  std::string identityCertificate(PVArrayRef items, PVIndex index) {
+    auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(items, index));
+    auto identity = static_cast<VltIdentityRef>(PVDictionaryGetValue(item, kVltImportItemIdentity));
+    VltCertificateRef certificate = nullptr;
+    if (VltIdentityCopyCertificate(identity, &certificate) != kVltSuccess) return "<none>";
+    auto owned = Ref<VltCertificateRef>::adopt(certificate);
+    return derOf(certificate);
+  }
+
+  const tw::test::Pkcs12Fixtures &f = tw::test::pkcs12Fixtures();
+};
+
+TEST_F(CofferImport, ChainIsOrderedLeafFirstThenEachIssuerByName) {
+  Ref<PVArrayRef> items;
+  ASSERT_EQ(import(f.chainContainer, f.passphrase.c_str(), items), kVltSuccess);
+  ASSERT_EQ(PVArrayGetCount(items.get()), 1);
+  EXPECT_EQ(identityCertificate(items.get(), 0), f.leafCertificate);
+  EXPECT_EQ(chainOf(items.get(), 0),
+            (std::vector{f.leafCertificate, f.intermediateCertificate, f.caCertificate}));
+}
+
+TEST_F(CofferImport, EachIdentityOfAContainerIsOneItemWithItsOwnChain) {
+  Ref<PVArrayRef> items;
+  ASSERT_EQ(import(f.twoIdentityContainer, f.passphrase.c_str(), items), kVltSuccess);
+  ASSERT_EQ(PVArrayGetCount(items.get()), 2);
+  EXPECT_EQ(identityCertificate(items.get(), 0), f.leafCertificate);
+  EXPECT_EQ(chainOf(items.get(), 0),
+            (std::vector{f.leafCertificate, f.intermediateCertificate, f.caCertificate}));
+  EXPECT_EQ(identityCertificate(items.get(), 1), f.secondLeafCertificate);
+  EXPECT_EQ(chainOf(items.get(), 1), (std::vector{f.secondLeafCertificate, f.caCertificate}));
+
+  ASSERT_EQ(import(f.leafOnlyContainer, f.passphrase.c_str(), items), kVltSuccess);
+  ASSERT_EQ(PVArrayGetCount(items.get()), 1);
+  EXPECT_EQ(chainOf(items.get(), 0), (std::vector{f.leafCertificate}));
+}
+
+TEST_F(CofferImport, BadInputsFailWithTheirOwnStatusAndHandBackNothing) {
+  Ref<PVArrayRef> items;
+  EXPECT_EQ(import(f.chainContainer, "wrong horse", items), kVltErrorAuthFailed);
+  EXPECT_FALSE(items);
+  EXPECT_EQ(import("definitely not a container", f.passphrase.c_str(), items), kVltErrorDecode);
+  EXPECT_EQ(
+      import(f.chainContainer.substr(0, f.chainContainer.size() / 2), f.passphrase.c_str(), items),
+      kVltErrorDecode);
+  EXPECT_FALSE(items);
+
+  PVArrayRef slot = nullptr;
+  auto data = Ref<PVDataRef>::adopt(tw::test::createData(f.chainContainer));
+  auto empty = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(nullptr, nullptr, 0));
+  EXPECT_EQ(VltPKCS12Import(nullptr, empty.get(), &slot), kVltErrorParam);
+  EXPECT_EQ(VltPKCS12Import(data.get(), empty.get(), &slot), kVltErrorParam);  // no passphrase
+  EXPECT_EQ(VltPKCS12Import(data.get(), nullptr, &slot), kVltErrorParam);
+  EXPECT_EQ(slot, nullptr);
+}
+
+TEST_F(CofferImport, ImportStoresNothing) {
+  Ref<PVArrayRef> items;
+  ASSERT_EQ(import(f.chainContainer, f.passphrase.c_str(), items), kVltSuccess);
+  EXPECT_EQ(PTCofferWriteCount(), 0);
+  auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(items.get(), 0));
+  const PVTypeRef keys[] = {kVltValueRef};
+  const PVTypeRef values[] = {PVDictionaryGetValue(item, kVltImportItemIdentity)};
+  auto query = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
+  EXPECT_EQ(VltItemCopyMatching(query.get(), nullptr), kVltErrorItemNotFound);
+}
+
+TEST_F(CofferImport, WhatItHandsOutIsOwnedOnceAndTrustLookupsAreBorrowed) {
+  Ref<PVArrayRef> items;
+  ASSERT_EQ(import(f.chainContainer, f.passphrase.c_str(), items), kVltSuccess);
+  EXPECT_EQ(PVGetRetainCount(items.get()), 1);
+  auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(items.get(), 0));
+  EXPECT_EQ(PVGetRetainCount(item), 1);
+  auto identity = static_cast<VltIdentityRef>(PVDictionaryGetValue(item, kVltImportItemIdentity));
+  auto trust = static_cast<VltTrustRef>(PVDictionaryGetValue(item, kVltImportItemTrust));
+  EXPECT_EQ(PVGetRetainCount(identity), 1);
+  EXPECT_EQ(PVGetRetainCount(trust), 1);
+
+  // The leaf is shared by the identity and the trust.
+  VltCertificateRef leaf = VltTrustGetCertificateAtIndex(trust, 0);
+  EXPECT_EQ(PVGetRetainCount(leaf), 2);
+  VltCertificateRef copied = nullptr;
+  ASSERT_EQ(VltIdentityCopyCertificate(identity, &copied), kVltSuccess);
+  EXPECT_EQ(copied, leaf);
+  EXPECT_EQ(PVGetRetainCount(leaf), 3);
+  PVRelease(copied);
+  EXPECT_EQ(PVGetRetainCount(VltTrustGetCertificateAtIndex(trust, 2)), 1);
+  EXPECT_EQ(VltTrustGetCertificateAtIndex(trust, 3), nullptr);
+  EXPECT_EQ(VltTrustGetCertificateAtIndex(trust, -1), nullptr);
+}
+
+TEST_F(CofferImport, PlannedFailuresOfTheImportAndTrustAccessors) {
+  Ref<PVArrayRef> items;
+  PTFailNthCall("VltPKCS12Import", 1);
+  EXPECT_EQ(import(f.chainContainer, f.passphrase.c_str(), items), kVltErrorInjected);
+  EXPECT_FALSE(items);
+  ASSERT_EQ(import(f.chainContainer, f.passphrase.c_str(), items), kVltSuccess);
+  auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(items.get(), 0));
+  auto trust = static_cast<VltTrustRef>(PVDictionaryGetValue(item, kVltImportItemTrust));
+  PTFailNthCall("VltTrustGetCertificateCount", 1);
+  EXPECT_EQ(VltTrustGetCertificateCount(trust), 0);
+  PTFailNthCall("VltTrustGetCertificateAtIndex", 1);
+  EXPECT_EQ(VltTrustGetCertificateAtIndex(trust, 0), nullptr);
+  EXPECT_EQ(PTCofferCallCount(), 4);
+}
+
+}  // namespace

@@ -1,0 +1,150 @@
+// The Coffer's database file: its modes, its sharing between processes, and
+// what a damaged or foreign file does.
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "support/pkcs12_fixtures.hpp"
+#include "support/test_support.hpp"
+#include "tarnwick/platform/coffer.h"
+#include "tarnwick/platform/prefs.h"
+#include "tarnwick/platform/ref.hpp"
+
+namespace {
+
+using pv::Ref;
+
+Ref<PVStringRef> text(const char *s) {
+  return Ref<PVStringRef>::adopt(PVStringCreateWithCString(s));
+}
+
+Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<PVTypeRef, PVTypeRef>> entries) {
+  auto d = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
+  for (const auto &[key, value] : entries) PVDictionarySetValue(d.get(), key, value);
+  return Ref<PVDictionaryRef>::retain(d.get());
+}
+
+std::string readFile(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+mode_t modeOf(const std::string &path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0;
+}
+
+class CofferStore : public tw::test::StoreTest {
+ protected:
+  std::string dbPath() const { return storeDir() + "/coffer.db"; }
+
+  VltStatus addPassword(const char *service, const char *secret, PVTypeRef *reference) {
+    auto s = text(service);
+    auto d = Ref<PVDataRef>::adopt(tw::test::createData(secret));
+    return VltItemAdd(dict({{kVltClass, kVltClassGenericPassword},
+                            {kVltAttrService, s.get()},
+                            {kVltValueData, d.get()},
+                            {kVltReturnPersistentRef, kPVBooleanTrue}})
+                          .get(),
+                      reference);
+  }
+
+  bool hasPassword(const char *service) {
+    auto s = text(service);
+    return VltItemCopyMatching(dict({{kVltAttrService, s.get()}}).get(), nullptr) == kVltSuccess;
+  }
+};
+
+TEST_F(CofferStore, CreatesItsDirectoryAndFilePrivateToTheUser) {
+  std::string nested = storeDir() + "/new/store";
+  ZNStoreSetDirectory(nested.c_str());
+  mode_t previous = umask(0);  // even a permissive umask must not widen them
+  VltStatus status = addPassword("svc", "secret", nullptr);
+  umask(previous);
+  ASSERT_EQ(status, kVltSuccess);
+  EXPECT_EQ(modeOf(storeDir() + "/new"), 0700u);
+  EXPECT_EQ(modeOf(nested), 0700u);
+  EXPECT_EQ(modeOf(nested + "/coffer.db"), 0600u);
+  // No secret reaches any file but the database.
+  for (const auto &entry : std::filesystem::directory_iterator(nested)) {
+    EXPECT_EQ(entry.path().filename(), "coffer.db");
+  }
+}
+
+TEST_F(CofferStore, DamagedFileFailsEveryOperationAndIsLeftAsItWas) {
+  std::string garbage(4096, '\0');
+  for (size_t i = 0; i < garbage.size(); ++i) garbage[i] = static_cast<char>(i * 7919 % 251);
+  for (const std::string &content : {garbage, std::string("not a database\n")}) {
+    { std::ofstream(dbPath(), std::ios::binary | std::ios::trunc) << content; }
+    auto s = text("svc");
+    auto query = dict({{kVltAttrService, s.get()}});
+    auto d = Ref<PVDataRef>::adopt(tw::test::createData("x"));
+    PVTypeRef result = nullptr;
+    EXPECT_EQ(addPassword("svc", "secret", &result), kVltErrorStore);
+    EXPECT_EQ(VltItemCopyMatching(query.get(), &result), kVltErrorStore);
+    EXPECT_EQ(VltItemUpdate(query.get(), dict({{kVltValueData, d.get()}}).get()), kVltErrorStore);
+    EXPECT_EQ(VltItemDelete(query.get()), kVltErrorStore);
+    EXPECT_EQ(result, nullptr);
+    EXPECT_EQ(readFile(dbPath()), content);
+    EXPECT_FALSE(std::filesystem::exists(dbPath() + "-journal"));
+  }
+}
+
+TEST_F(CofferStore, ForeignDatabaseIsRefusedAndUntouched) {
+  sqlite3 *db = nullptr;
+  ASSERT_EQ(sqlite3_open(dbPath().c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(text TEXT)", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+  std::string before = readFile(dbPath());
+
+  EXPECT_EQ(addPassword("svc", "secret", nullptr), kVltErrorStore);
+  EXPECT_FALSE(hasPassword("svc"));
+  EXPECT_EQ(readFile(dbPath()), before);
+}
+
+TEST_F(CofferStore, ItemsFollowTheStoreDirectory) {
+  ASSERT_EQ(addPassword("svc", "secret", nullptr), kVltSuccess);
+  std::string other = storeDir() + "/other";
+  ZNStoreSetDirectory(other.c_str());
+  EXPECT_FALSE(hasPassword("svc"));
+  ZNStoreSetDirectory(storeDir().c_str());
+  EXPECT_TRUE(hasPassword("svc"));
+}
+
+TEST_F(CofferStore, ConcurrentWritersFromSeveralProcessesAllLand) {
+  constexpr int kWriters = 4, kItemsEach = 15;
+  std::vector<pid_t> children;
+  for (int w = 0; w < kWriters; ++w) {
+    fflush(nullptr);
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      bool ok = true;
+      for (int i = 0; i < kItemsEach; ++i) {
+        std::string service = "w" + std::to_string(w) + "-" + std::to_string(i);
+        ok = ok && addPassword(service.c_str(), "secret", nullptr) == kVltSuccess;
+      }
+      _exit(ok ? 0 : 1);
+    }
+    children.push_back(pid);
+  }
+  for (pid_t pid : children) {
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  for (int w = 0; w < kWriters; ++w) {
+    for (int i = 0; i < kItemsEach; ++i) {
+      std::string service = "w" + std::to_string(w) + "-" + std::to_string(i);
+      EXPECT_TRUE(hasPassword(service.c_str())) << service;
+    }
+  }
+}
+
+}  // namespace
