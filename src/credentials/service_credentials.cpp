@@ -13,12 +13,9 @@
 
 namespace {
 
-constexpr char kXAuthPasswordText[] = "IPSec XAuth Password";
-constexpr char kPPPPasswordText[] = "PPP Password";
-constexpr char kSharedSecretText[] = "IPSec Shared Secret";
-constinit PVString xauthPasswordDescription{kXAuthPasswordText, sizeof kXAuthPasswordText - 1};
-constinit PVString pppPasswordDescription{kPPPPasswordText, sizeof kPPPPasswordText - 1};
-constinit PVString sharedSecretDescription{kSharedSecretText, sizeof kSharedSecretText - 1};
+PV_DEFINE_LOCAL_CONSTANT_STRING(kXAuthPasswordDescription, "IPSec XAuth Password")
+PV_DEFINE_LOCAL_CONSTANT_STRING(kPPPPasswordDescription, "PPP Password")
+PV_DEFINE_LOCAL_CONSTANT_STRING(kSharedSecretDescription, "IPSec Shared Secret")
 
 bool isIPSec(PVStringRef serviceType) { return PVEqual(serviceType, kZNEntNetIPSec); }
 
@@ -59,7 +56,7 @@ bool nameSharedSecret(ZNNetworkServiceRef service, CofferItem &item) {
   if (!serviceType) return false;
   item.service = pv::Ref<PVStringRef>::adopt(createItemService(service, ".SS"));
   item.account = accountName(service, serviceType);
-  item.description = &sharedSecretDescription;
+  item.description = kSharedSecretDescription;
   return true;
 }
 
@@ -94,10 +91,10 @@ void __JXVPNServiceGetCofferParameters(ZNNetworkServiceRef service, JXVPNPasswor
   if (!serviceType) return;
   *outAccount = accountName(service, serviceType);
   if (isIPSec(serviceType)) {
-    *outDescription = &xauthPasswordDescription;
+    *outDescription = kXAuthPasswordDescription;
     *outItemService = createItemService(service, ".XAUTH");
   } else {
-    *outDescription = &pppPasswordDescription;
+    *outDescription = kPPPPasswordDescription;
     *outItemService = retainedOrNull(ZNNetworkServiceGetServiceID(service));
   }
   *outLabel = ZNNetworkServiceGetName(service);

@@ -10,16 +10,6 @@
 
 namespace {
 
-template <typename T, typename Encode>
-std::string encode(const T *object, Encode i2d) {
-  int length = i2d(object, nullptr);
-  if (length <= 0) return {};
-  std::string out(static_cast<size_t>(length), '\0');
-  auto *cursor = reinterpret_cast<unsigned char *>(out.data());
-  i2d(object, &cursor);
-  return out;
-}
-
 std::string nameText(const X509_NAME *name) {
   int position = X509_NAME_get_index_by_NID(name, NID_commonName, -1);
   if (position >= 0) {
@@ -85,9 +75,9 @@ VltCertificateRef createCertificate(std::string_view der) {
   if (!x509 || cursor != reinterpret_cast<const unsigned char *>(der.data() + der.size())) {
     return nullptr;
   }
-  std::string issuer = encode(X509_get_issuer_name(x509.get()), i2d_X509_NAME);
-  std::string subject = encode(X509_get_subject_name(x509.get()), i2d_X509_NAME);
-  std::string serial = encode(X509_get0_serialNumber(x509.get()), i2d_ASN1_INTEGER);
+  std::string issuer = ssl::encode(X509_get_issuer_name(x509.get()), i2d_X509_NAME);
+  std::string subject = ssl::encode(X509_get_subject_name(x509.get()), i2d_X509_NAME);
+  std::string serial = ssl::encode(X509_get0_serialNumber(x509.get()), i2d_ASN1_INTEGER);
   if (issuer.empty() || subject.empty() || serial.empty()) return nullptr;
   return new VltCertificate(std::string(der), std::move(issuer), std::move(subject),
                             std::move(serial));

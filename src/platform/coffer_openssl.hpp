@@ -7,6 +7,7 @@
 #include <openssl/x509.h>
 
 #include <memory>
+#include <string>
 
 namespace vlt::ssl {
 
@@ -29,5 +30,16 @@ inline void freeSafeBagStack(STACK_OF(PKCS12_SAFEBAG) * s) {
 }
 using Pkcs7StackPtr = std::unique_ptr<STACK_OF(PKCS7), Deleter<freePkcs7Stack>>;
 using SafeBagStackPtr = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), Deleter<freeSafeBagStack>>;
+
+// The DER form of an object through its i2d function; empty when it has none.
+template <typename T, typename Encode>
+std::string encode(const T *object, Encode i2d) {
+  int length = i2d(object, nullptr);
+  if (length <= 0) return {};
+  std::string out(static_cast<size_t>(length), '\0');
+  auto *cursor = reinterpret_cast<unsigned char *>(out.data());
+  i2d(object, &cursor);
+  return out;
+}
 
 }  // namespace vlt::ssl

@@ -25,16 +25,6 @@ struct Contents {
   std::vector<X509Ptr> certificates;
 };
 
-template <typename T, typename Encode>
-std::string encode(T *object, Encode i2d) {
-  int length = i2d(object, nullptr);
-  if (length <= 0) return {};
-  std::string out(static_cast<size_t>(length), '\0');
-  auto *cursor = reinterpret_cast<unsigned char *>(out.data());
-  i2d(object, &cursor);
-  return out;
-}
-
 VltStatus collectBags(const STACK_OF(PKCS12_SAFEBAG) * bags, Passphrase passphrase,
                       Contents &contents, int depth) {
   if (depth > kMaxNesting) return kVltErrorDecode;

@@ -119,14 +119,19 @@ struct PVString : pv::PVObject {
 // Defines an immortal constant string declared (and exported) in a public
 // header: one object per constant, so identity tells two constants of equal
 // text apart.
-#define PV_DEFINE_CONSTANT_STRING(name, literal)                          \
+#define PV_DEFINE_CONSTANT_STRING(name, literal)                         \
   static constinit PVString name##_object{literal, sizeof(literal) - 1}; \
   extern "C" {                                                           \
   const PVStringRef name = &name##_object;                               \
   }
 
+// A file-local immortal constant string, for use in an unnamed namespace.
+#define PV_DEFINE_LOCAL_CONSTANT_STRING(name, literal)            \
+  constinit PVString name##_object{literal, sizeof(literal) - 1}; \
+  const PVStringRef name = &name##_object;
+
 // The same for a pointer variable that the library never assigns.
-#define PV_DEFINE_CONSTANT_STRING_VARIABLE(name, literal)                 \
+#define PV_DEFINE_CONSTANT_STRING_VARIABLE(name, literal)                \
   static constinit PVString name##_object{literal, sizeof(literal) - 1}; \
   extern "C" {                                                           \
   PVStringRef name = &name##_object;                                     \

@@ -95,8 +95,8 @@ TEST_F(ConfigurationProperties, RemoveWritesOncePerPlacedKeyAndNeverTouchesUnkno
   JXVPNServiceSetConfigurationProperty(service, kZNPropNetPPPAuthName, value.get());
   JXVPNServiceSetConfigurationProperty(service, kZNPropNetPPPAuthPassword, value.get());
   JXVPNServiceSetConfigurationProperty(service, unknown.get(), value.get());
-  auto keys = keyArray({kZNPropNetPPPAuthName, kZNPropNetPPPAuthPassword, unknown.get(),
-                        kZNPropNetPPPAuthName /* absent by now */});
+  auto keys = array({kZNPropNetPPPAuthName, kZNPropNetPPPAuthPassword, unknown.get(),
+                     kZNPropNetPPPAuthName /* absent by now */});
   PTReset();
   EXPECT_TRUE(JXVPNServiceRemoveConfigurationProperties(service, keys.get()));
   EXPECT_EQ(PTCallCount("ZNNetworkInterfaceSetConfiguration"), 3);
@@ -105,13 +105,13 @@ TEST_F(ConfigurationProperties, RemoveWritesOncePerPlacedKeyAndNeverTouchesUnkno
   EXPECT_TRUE(PVEqual(outerValue(service, unknown.get()), value.get()));
 
   PTReset();
-  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, keyArray({unknown.get()}).get()));
-  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, keyArray({}).get()));
+  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, array({unknown.get()}).get()));
+  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, array({}).get()));
   EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, nullptr));
   EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(nullptr, keys.get()));
   // A layer with no configuration yet counts as done, with nothing written.
   EXPECT_TRUE(JXVPNServiceRemoveConfigurationProperties(
-      service, keyArray({kZNPropNetVPNLocalCertificate}).get()));
+      service, array({kZNPropNetVPNLocalCertificate}).get()));
   EXPECT_EQ(layerWrites(), 0);
 }
 
@@ -143,7 +143,7 @@ TEST_F(ConfigurationProperties, RemoveResultIsThatOfTheLastPlacedKey) {
     SCOPED_TRACE(c.name);
     reset();
     PTFailNthCall("ZNNetworkInterfaceSetConfiguration", c.failingWrite);
-    EXPECT_EQ(JXVPNServiceRemoveConfigurationProperties(service, keyArray(c.keys).get()), c.result);
+    EXPECT_EQ(JXVPNServiceRemoveConfigurationProperties(service, array(c.keys).get()), c.result);
     // The failed write left its key; earlier removals stay.
     EXPECT_TRUE(
         PVEqual(JXVPNServiceGetConfigurationProperty(service, kZNPropNetPPPAuthName), value.get()));

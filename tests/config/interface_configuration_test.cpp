@@ -57,7 +57,7 @@ class InterfaceConfiguration : public ServiceTest {
 
 TEST_F(InterfaceConfiguration, WalkClearsEveryOutputForANullService) {
   ZNNetworkInterfaceRef interface = kZNNetworkInterfaceIPv4;
-  auto sentinel = entry(kZNPropNetPPPAuthName, kZNPropNetPPPAuthName);
+  auto sentinel = dict({{kZNPropNetPPPAuthName, kZNPropNetPPPAuthName}});
   PVDictionaryRef configuration = sentinel.get();
   Boolean extended = true;
   __JXVPNServiceGetInterfaceAndConfiguration(nullptr, kZNEntNetPPP, &interface, &configuration,
@@ -110,7 +110,7 @@ TEST_F(InterfaceConfiguration, SetAndMergeWriteBackThroughThePairTheWalkChose) {
 TEST_F(InterfaceConfiguration, NullServiceFailsButNothingToMergeSucceedsWithoutWriting) {
   ZNNetworkServiceRef service = makeService(Chain::L2TP);
   auto empty = pv::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(nullptr, nullptr, 0));
-  auto some = entry(kZNPropNetPPPAuthName, text("user").get());
+  auto some = dict({{kZNPropNetPPPAuthName, text("user").get()}});
   PTReset();
   EXPECT_FALSE(JXVPNServiceSetConfiguration(nullptr, kZNEntNetPPP, some.get()));
   EXPECT_FALSE(JXVPNServiceSetConfiguration(service, kZNEntNetPPP, nullptr));
@@ -126,7 +126,7 @@ TEST_F(InterfaceConfiguration, NullServiceFailsButNothingToMergeSucceedsWithoutW
 
 TEST_F(InterfaceConfiguration, PlatformFailuresAreFalse) {
   ZNNetworkServiceRef service = makeService(Chain::L2TP);
-  auto some = entry(kZNPropNetPPPAuthName, text("user").get());
+  auto some = dict({{kZNPropNetPPPAuthName, text("user").get()}});
   struct Case {
     const char *operation;
     PVStringRef type;
@@ -147,8 +147,8 @@ TEST_F(InterfaceConfiguration, PlatformFailuresAreFalse) {
 
 TEST_F(InterfaceConfiguration, KeepsNoReferenceToWhatItIsHanded) {
   auto value = text("user");
-  auto configuration = entry(kZNPropNetPPPAuthName, value.get());
-  auto entries = entry(kZNPropNetPPPAuthPassword, value.get());
+  auto configuration = dict({{kZNPropNetPPPAuthName, value.get()}});
+  auto entries = dict({{kZNPropNetPPPAuthPassword, value.get()}});
   ZNNetworkServiceRef service = makeService(Chain::L2TP);
   EXPECT_TRUE(JXVPNServiceSetConfiguration(service, kZNEntNetPPP, configuration.get()));
   EXPECT_TRUE(JXVPNServiceMergeConfiguration(service, kZNEntNetIPSec, entries.get()));

@@ -62,7 +62,7 @@ TEST_F(ProtocolConfiguration, MergeKeepsOldKeysAndWritesEvenWhenEmpty) {
   EXPECT_TRUE(JXVPNServiceSetProtocolConfigurationProperty(service, key.get(), oldValue.get()));
   EXPECT_TRUE(
       JXVPNServiceSetProtocolConfigurationProperty(service, organization.get(), oldValue.get()));
-  auto entries = entry(key.get(), newValue.get());
+  auto entries = dict({{key.get(), newValue.get()}});
   EXPECT_TRUE(
       JXVPNServiceMergeProtocolConfiguration(service, kJXVPNProtocolTypePayload, entries.get()));
   EXPECT_TRUE(PVEqual(valueIn(service, kJXVPNProtocolTypePayload, key.get()), newValue.get()));
@@ -80,7 +80,7 @@ TEST_F(ProtocolConfiguration, MergeKeepsOldKeysAndWritesEvenWhenEmpty) {
 TEST_F(ProtocolConfiguration, MissingProtocolOrFailedWriteIsNullOrFalse) {
   ZNNetworkServiceRef service = makeService(Chain::IPSec, /*payloadProtocol=*/false);
   auto value = text("value");
-  auto configuration = entry(text("PayloadUUID").get(), value.get());
+  auto configuration = dict({{"PayloadUUID", value.get()}});
   EXPECT_EQ(JXVPNServiceGetProtocolConfiguration(service, kJXVPNProtocolTypePayload), nullptr);
   EXPECT_FALSE(JXVPNServiceSetProtocolConfiguration(service, kJXVPNProtocolTypePayload,
                                                     configuration.get()));
@@ -118,21 +118,21 @@ TEST_F(ProtocolConfiguration, RemoveFollowsTheLayerRemoversResultRules) {
   }
 
   PTReset();
-  EXPECT_FALSE(JXVPNServiceRemoveProtocolConfigurationProperties(service, keyArray({}).get()));
+  EXPECT_FALSE(JXVPNServiceRemoveProtocolConfigurationProperties(service, array({}).get()));
   EXPECT_FALSE(JXVPNServiceRemoveProtocolConfigurationProperties(service, nullptr));
   EXPECT_FALSE(JXVPNServiceRemoveProtocolConfigurationProperties(
-      nullptr, keyArray({overridePrimary.get()}).get()));
+      nullptr, array({overridePrimary.get()}).get()));
   EXPECT_FALSE(
-      JXVPNServiceRemoveProtocolConfigurationProperties(service, keyArray({unknown.get()}).get()));
+      JXVPNServiceRemoveProtocolConfigurationProperties(service, array({unknown.get()}).get()));
   // The payload protocol has no configuration: done, nothing written.
   EXPECT_TRUE(
-      JXVPNServiceRemoveProtocolConfigurationProperties(service, keyArray({uuid.get()}).get()));
+      JXVPNServiceRemoveProtocolConfigurationProperties(service, array({uuid.get()}).get()));
   EXPECT_EQ(protocolWrites(), 0);
 
   // One write per key, the second failing: the first removal stays.
   PTFailNthCall("ZNNetworkProtocolSetConfiguration", 2);
   EXPECT_FALSE(JXVPNServiceRemoveProtocolConfigurationProperties(
-      service, keyArray({user.get(), password.get(), unknown.get()}).get()));
+      service, array({user.get(), password.get(), unknown.get()}).get()));
   EXPECT_EQ(protocolWrites(), 2);
   EXPECT_EQ(valueIn(service, kZNNetworkProtocolTypeProxies, user.get()), nullptr);
   EXPECT_TRUE(
@@ -140,7 +140,7 @@ TEST_F(ProtocolConfiguration, RemoveFollowsTheLayerRemoversResultRules) {
 
   PTFailNthCall("ZNNetworkProtocolSetConfiguration", 1);
   EXPECT_TRUE(JXVPNServiceRemoveProtocolConfigurationProperties(
-      service, keyArray({password.get(), overridePrimary.get()}).get()));
+      service, array({password.get(), overridePrimary.get()}).get()));
   EXPECT_EQ(valueIn(service, kZNEntNetIPv4, overridePrimary.get()), nullptr);
   EXPECT_TRUE(
       PVEqual(valueIn(service, kZNNetworkProtocolTypeProxies, password.get()), value.get()));

@@ -34,18 +34,6 @@ Interface outerInterface(Chain chain) {
 
 }  // namespace
 
-pv::Ref<PVStringRef> text(const char *utf8) {
-  return pv::Ref<PVStringRef>::adopt(PVStringCreateWithCString(utf8));
-}
-
-pv::Ref<PVDictionaryRef> entry(PVTypeRef key, PVTypeRef value) {
-  return pv::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(&key, &value, 1));
-}
-
-pv::Ref<PVArrayRef> keyArray(std::vector<PVTypeRef> keys) {
-  return pv::Ref<PVArrayRef>::adopt(PVArrayCreate(keys.data(), static_cast<PVIndex>(keys.size())));
-}
-
 void ServiceTest::SetUp() {
   StoreTest::SetUp();
   prefs_ = pv::Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());

@@ -2,8 +2,6 @@
 // configuration tests.
 #pragma once
 
-#include <vector>
-
 #include "support/test_support.hpp"
 #include "tarnwick.h"
 #include "tarnwick/platform/ref.hpp"
@@ -37,10 +35,5 @@ class ServiceTest : public StoreTest {
   pv::Ref<ZNPreferencesRef> prefs_;
   pv::Ref<ZNNetworkServiceRef> service_;
 };
-
-pv::Ref<PVStringRef> text(const char *utf8);
-// A one-entry dictionary.
-pv::Ref<PVDictionaryRef> entry(PVTypeRef key, PVTypeRef value);
-pv::Ref<PVArrayRef> keyArray(std::vector<PVTypeRef> keys);
 
 }  // namespace tw::test

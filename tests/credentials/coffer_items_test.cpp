@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "support/pkcs12_fixtures.hpp"
 #include "support/test_support.hpp"
@@ -15,17 +14,11 @@
 
 namespace {
 
-using pv::Ref;
-
-Ref<PVStringRef> text(const char *s) {
-  return Ref<PVStringRef>::adopt(PVStringCreateWithCString(s));
-}
-
-Ref<PVDataRef> bytes(const std::string &s) {
-  return Ref<PVDataRef>::adopt(tw::test::createData(s));
-}
-
-std::string textOf(PVStringRef string) { return string ? PVStringGetCStringPtr(string) : "<null>"; }
+using tw::test::bytes;
+using tw::test::dict;
+using tw::test::Ref;
+using tw::test::text;
+using tw::test::textOf;
 
 class CofferItemLayer : public tw::test::StoreTest {
  protected:
@@ -46,9 +39,7 @@ class CofferItemLayer : public tw::test::StoreTest {
   }
   // The accessibility of the stored item, read back through the platform.
   PVTypeRef accessibilityOf(PVStringRef itemService) {
-    const PVTypeRef keys[] = {kVltAttrService, kVltReturnAttributes};
-    const PVTypeRef values[] = {itemService, kPVBooleanTrue};
-    auto query = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 2));
+    auto query = dict({{kVltAttrService, itemService}, {kVltReturnAttributes, kPVBooleanTrue}});
     PVTypeRef result = nullptr;
     if (VltItemCopyMatching(query.get(), &result) != kVltSuccess) return nullptr;
     auto attributes = Ref<PVDictionaryRef>::adopt(static_cast<PVDictionaryRef>(result));
@@ -56,9 +47,10 @@ class CofferItemLayer : public tw::test::StoreTest {
   }
   void addRawItem(PVStringRef itemService, const std::string &data, PVStringRef accessible) {
     auto d = bytes(data);
-    const PVTypeRef keys[] = {kVltClass, kVltAttrService, kVltValueData, kVltAttrAccessible};
-    const PVTypeRef values[] = {kVltClassGenericPassword, itemService, d.get(), accessible};
-    auto attributes = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 4));
+    auto attributes = dict({{kVltClass, kVltClassGenericPassword},
+                            {kVltAttrService, itemService},
+                            {kVltValueData, d.get()},
+                            {kVltAttrAccessible, accessible}});
     ASSERT_EQ(VltItemAdd(attributes.get(), nullptr), kVltSuccess);
   }
   Ref<PVArrayRef> importContainer(const std::string &container, const char *passphrase) {
@@ -67,9 +59,8 @@ class CofferItemLayer : public tw::test::StoreTest {
     return Ref<PVArrayRef>::adopt(JXCofferSetPKCS12Container(data.get(), pass.get()));
   }
   bool isStored(PVTypeRef reference) {
-    const PVTypeRef keys[] = {kVltValuePersistentRef};
-    auto query = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, &reference, 1));
-    return VltItemCopyMatching(query.get(), nullptr) == kVltSuccess;
+    return VltItemCopyMatching(dict({{kVltValuePersistentRef, reference}}).get(), nullptr) ==
+           kVltSuccess;
   }
 
   const tw::test::Pkcs12Fixtures &f = tw::test::pkcs12Fixtures();
@@ -115,7 +106,7 @@ TEST_F(CofferItemLayer, NewItemIsStoredAfterFirstUnlockAndReadBack) {
   auto empty = text("");
   EXPECT_EQ(copyValue(empty.get()), "pässword");
   auto other = text("bob");
-  EXPECT_EQ(copyValue(other.get()), "<null>");
+  EXPECT_EQ(copyValue(other.get()), "(null)");
 }
 
 TEST_F(CofferItemLayer, EqualValueMakesNoWriteAndAChangedOneKeepsAccessibility) {
@@ -144,7 +135,7 @@ TEST_F(CofferItemLayer, EqualValueMakesNoWriteAndAChangedOneKeepsAccessibility) 
 TEST_F(CofferItemLayer, FailedLookupsReadAsNoSecretAndFailedWritesAreIgnored) {
   setValue("secret");
   PTFailNthCall("VltItemCopyMatching", 1);
-  EXPECT_EQ(copyValue(account.get()), "<null>");
+  EXPECT_EQ(copyValue(account.get()), "(null)");
 
   // A failed lookup makes the setter add; the stored item makes that a duplicate.
   PTReset();
@@ -161,17 +152,17 @@ TEST_F(CofferItemLayer, FailedLookupsReadAsNoSecretAndFailedWritesAreIgnored) {
   JXCofferRemoveValue(service.get(), account.get(), nullptr, description.get());
   EXPECT_EQ(copyValue(account.get()), "secret");
   JXCofferRemoveValue(service.get(), account.get(), nullptr, description.get());
-  EXPECT_EQ(copyValue(account.get()), "<null>");
+  EXPECT_EQ(copyValue(account.get()), "(null)");
 
   PTFailNthCall("VltItemAdd", 1);
   setValue("never");
-  EXPECT_EQ(copyValue(account.get()), "<null>");
+  EXPECT_EQ(copyValue(account.get()), "(null)");
 }
 
 TEST_F(CofferItemLayer, SecretThatIsNotTextReadsAsNoneAndIsNotReplaced) {
   addRawItem(service.get(), std::string("\xff\xfe", 2), kVltAttrAccessibleWhenUnlocked);
   auto empty = text("");
-  EXPECT_EQ(copyValue(empty.get()), "<null>");
+  EXPECT_EQ(copyValue(empty.get()), "(null)");
   // The setter takes it for a missing item, adds, and the add is a duplicate.
   auto value = text("text");
   EXPECT_EQ(JXCofferSetValue(service.get(), nullptr, nullptr, nullptr, value.get()), nullptr);
@@ -206,18 +197,15 @@ TEST_F(CofferItemLayer, ImportFindsAStoredIdentityWhateverItsAccessibility) {
   {
     auto data = bytes(f.chainContainer);
     auto pass = text(f.passphrase.c_str());
-    const PVTypeRef optionKeys[] = {kVltImportExportPassphrase};
-    const PVTypeRef optionValues[] = {pass.get()};
-    auto options = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(optionKeys, optionValues, 1));
+    auto options = dict({{kVltImportExportPassphrase, pass.get()}});
     PVArrayRef slot = nullptr;
     ASSERT_EQ(VltPKCS12Import(data.get(), options.get(), &slot), kVltSuccess);
     imported = Ref<PVArrayRef>::adopt(slot);
   }
   auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(imported.get(), 0));
-  const PVTypeRef keys[] = {kVltValueRef, kVltAttrAccessible, kVltReturnPersistentRef};
-  const PVTypeRef values[] = {PVDictionaryGetValue(item, kVltImportItemIdentity),
-                              kVltAttrAccessibleWhenUnlocked, kPVBooleanTrue};
-  auto attributes = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 3));
+  auto attributes = dict({{kVltValueRef, PVDictionaryGetValue(item, kVltImportItemIdentity)},
+                          {kVltAttrAccessible, kVltAttrAccessibleWhenUnlocked},
+                          {kVltReturnPersistentRef, kPVBooleanTrue}});
   PVTypeRef stored = nullptr;
   ASSERT_EQ(VltItemAdd(attributes.get(), &stored), kVltSuccess);
   auto storedReference = Ref<PVTypeRef>::adopt(stored);
@@ -234,10 +222,8 @@ TEST_F(CofferItemLayer, ImportKeepsOnlyTheFirstIdentityOfAContainer) {
   EXPECT_EQ(PVArrayGetCount(references.get()), 3);  // the first leaf's chain, not (second, CA)
   auto secondLeaf = bytes(f.secondLeafCertificate);
   auto certificate = Ref<VltCertificateRef>::adopt(VltCertificateCreateWithData(secondLeaf.get()));
-  const PVTypeRef keys[] = {kVltValueRef};
-  const PVTypeRef values[] = {certificate.get()};
-  auto query = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
-  EXPECT_EQ(VltItemCopyMatching(query.get(), nullptr), kVltErrorItemNotFound);
+  EXPECT_EQ(VltItemCopyMatching(dict({{kVltValueRef, certificate.get()}}).get(), nullptr),
+            kVltErrorItemNotFound);
 
   auto leafOnly = importContainer(f.leafOnlyContainer, f.passphrase.c_str());
   ASSERT_TRUE(leafOnly);
@@ -321,8 +307,7 @@ TEST_F(CofferItemLayer, SecretsAndReferencesCrossProcesses) {
               return true;
             }),
             0);
-  std::ifstream in(referenceFile, std::ios::binary);
-  auto reference = bytes(std::string(std::istreambuf_iterator<char>(in), {}));
+  auto reference = bytes(tw::test::fileBytes(referenceFile));
   EXPECT_TRUE(isStored(reference.get()));
   EXPECT_TRUE(JXCofferRemoveWithPersistentID(reference.get()));
   EXPECT_FALSE(isStored(reference.get()));

@@ -3,19 +3,15 @@
 #include <string>
 #include <vector>
 
+#include "support/test_support.hpp"
 #include "tarnwick.h"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-pv::Ref<PVStringRef> text(const char *utf8) {
-  return pv::Ref<PVStringRef>::adopt(PVStringCreateWithCString(utf8));
-}
-
-pv::Ref<PVDataRef> data(const std::string &bytes) {
-  return pv::Ref<PVDataRef>::adopt(PVDataCreate(reinterpret_cast<const uint8_t *>(bytes.data()),
-                                                static_cast<PVIndex>(bytes.size())));
-}
+using tw::test::bytes;
+using tw::test::text;
+using tw::test::textOf;
 
 // A dictionary built in place; a copy is an independent dictionary.
 class Dict {
@@ -66,13 +62,7 @@ struct Outcome {
 Outcome extract(Extractor extractor, PVDictionaryRef payload, PVStringRef requested = nullptr) {
   Outcome outcome{"", requested, kUntouchedApplies};
   auto value = pv::Ref<PVTypeRef>::adopt(extractor(payload, &outcome.key, &outcome.applies));
-  if (!value) {
-    outcome.value = "(null)";
-  } else if (PVGetTypeID(value.get()) != PVStringGetTypeID()) {
-    outcome.value = "(not a string)";
-  } else {
-    outcome.value = PVStringGetCStringPtr(static_cast<PVStringRef>(value.get()));
-  }
+  outcome.value = textOf(value.get());
   return outcome;
 }
 
@@ -133,7 +123,7 @@ TEST(PayloadUserName, AccountNameByVPNType) {
 }
 
 TEST(PayloadUserName, ValueIsUnconvertedWithTheCallersOwnReference) {
-  auto name = data("ppp-user");
+  auto name = bytes("ppp-user");
   Dict payload =
       payloadOf(kZNEntNetL2TP, kZNEntNetPPP, Dict().set(kZNPropNetPPPAuthName, name.get()));
   PVIndex before = PVGetRetainCount(name.get());
@@ -211,8 +201,8 @@ TEST(PayloadPassword, AccountPasswordByVPNTypeAndAuthentication) {
     return Dict().set(kJXVPNTypeKey, type).set(kZNEntNetPPP, ppp).set(kZNEntNetIPSec, prompted);
   };
   auto ipsec = [](const Dict &d) { return payloadOf(kZNEntNetIPSec, kZNEntNetIPSec, d); };
-  auto utf8 = data("pässword");
-  auto invalid = data("\xff\xfe");
+  auto utf8 = bytes("pässword");
+  auto invalid = bytes("\xff\xfe");
   expectOutcomes(
       JXVPNCopyPayloadPassword,
       {
@@ -260,7 +250,7 @@ TEST(PayloadPasswordAndSharedSecret, CertificateAuthenticationExcludesThem) {
 TEST(PayloadSharedSecret, SourcesAreTakenInPriorityOrder) {
   auto exported =
       pv::Ref<PVDataRef>::adopt(JXVPNCreateExportedIPSecSharedSecret(text("from-export").get()));
-  auto obfuscated = data("\xac\x20\x13\x27");  // "€✓" in UTF-16LE
+  auto obfuscated = bytes("\xac\x20\x13\x27");  // "€✓" in UTF-16LE
   Dict ipsec = sharedSecretIPSec()
                    .set(kZNPropNetL2TPIPSecSharedSecret, "from-l2tp-key")
                    .set(kZNPropNetIPSecSharedSecret, "from-ipsec-key")
@@ -284,8 +274,8 @@ TEST(PayloadSharedSecret, SourcesAreTakenInPriorityOrder) {
 }
 
 TEST(PayloadSharedSecret, PlainDataIsDecodedAndOnlyIPSecAndL2TPCarryOne) {
-  auto utf8 = data("pré-shared");
-  auto invalid = data("\xc3\x28");
+  auto utf8 = bytes("pré-shared");
+  auto invalid = bytes("\xc3\x28");
   Dict ipsec = sharedSecretIPSec().set(kZNPropNetIPSecSharedSecret, "psk");
   auto withSecret = [](PVStringRef key, PVTypeRef value) {
     return payloadOf(kZNEntNetIPSec, kZNEntNetIPSec, sharedSecretIPSec().set(key, value));

@@ -14,15 +14,9 @@ namespace {
 using StringRef = pv::Ref<PVStringRef>;
 using ServiceRef = pv::Ref<ZNNetworkServiceRef>;
 
-StringRef text(const std::string &utf8) {
-  return StringRef::adopt(PVStringCreateWithCString(utf8.c_str()));
-}
-
-std::string textOf(PVTypeRef value) {
-  if (!value) return "(null)";
-  if (PVGetTypeID(value) != PVStringGetTypeID()) return "(not a string)";
-  return PVStringGetCStringPtr(static_cast<PVStringRef>(value));
-}
+using tw::test::bytesOf;
+using tw::test::text;
+using tw::test::textOf;
 
 std::string adoptText(PVStringRef value) { return textOf(StringRef::adopt(value).get()); }
 
@@ -70,9 +64,7 @@ pv::Ref<PVTypeRef> copyMatching(const ItemName &name, PVStringRef returning) {
 std::optional<std::string> findSecret(const ItemName &name) {
   auto data = copyMatching(name, kVltReturnData);
   if (!data) return std::nullopt;
-  auto bytes = static_cast<PVDataRef>(data.get());
-  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(bytes)),
-                     static_cast<size_t>(PVDataGetLength(bytes)));
+  return bytesOf(data.get());
 }
 
 // The item's one string attribute, nullopt when it has none.
@@ -92,14 +84,16 @@ void expectItem(const ItemName &name, const char *secret) {
 
 // A stored item and its persistent reference.
 pv::Ref<PVDataRef> storeItem(const char *service) {
-  auto attributes = pv::Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
-  auto secret = pv::Ref<PVDataRef>::adopt(PVDataCreate(reinterpret_cast<const uint8_t *>("x"), 1));
-  PVDictionarySetValue(attributes.get(), kVltClass, kVltClassGenericPassword);
-  PVDictionarySetValue(attributes.get(), kVltAttrService, text(service).get());
-  PVDictionarySetValue(attributes.get(), kVltValueData, secret.get());
-  PVDictionarySetValue(attributes.get(), kVltReturnPersistentRef, kPVBooleanTrue);
+  auto name = text(service);
+  auto secret = tw::test::bytes("x");
   PVTypeRef reference = nullptr;
-  EXPECT_EQ(VltItemAdd(attributes.get(), &reference), kVltSuccess);
+  EXPECT_EQ(VltItemAdd(tw::test::dict({{kVltClass, kVltClassGenericPassword},
+                                       {kVltAttrService, name.get()},
+                                       {kVltValueData, secret.get()},
+                                       {kVltReturnPersistentRef, kPVBooleanTrue}})
+                           .get(),
+                       &reference),
+            kVltSuccess);
   return pv::Ref<PVDataRef>::adopt(static_cast<PVDataRef>(reference));
 }
 

@@ -5,26 +5,23 @@
 #include <string>
 #include <vector>
 
+#include "support/test_support.hpp"
 #include "tarnwick.h"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
+using tw::test::text;
+using tw::test::textOf;
 
 // The documented masking key, first byte first.
 const Bytes kKey = {0x3c, 0xa1, 0x58, 0x0e, 0x97, 0xd4, 0x62, 0xf0, 0x1b, 0x8e, 0x45};
-
-pv::Ref<PVStringRef> text(const char *utf8) {
-  return pv::Ref<PVStringRef>::adopt(PVStringCreateWithCString(utf8));
-}
 
 Bytes bytesOf(PVDataRef value) {
   const uint8_t *p = PVDataGetBytePtr(value);
   return Bytes(p, p + PVDataGetLength(value));
 }
-
-std::string textOf(PVStringRef value) { return value ? PVStringGetCStringPtr(value) : "(null)"; }
 
 Bytes masked(Bytes plain) {
   for (size_t i = 0; i < plain.size(); ++i) plain[i] ^= kKey[i % kKey.size()];

@@ -2,19 +2,19 @@
 #include <gtest/gtest.h>
 
 #include "support/pkcs12_fixtures.hpp"
+#include "support/test_support.hpp"
 #include "tarnwick/platform/coffer.h"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-using pv::Ref;
+using tw::test::Ref;
+using tw::test::textOf;
 
 Ref<VltCertificateRef> certificate(const std::string &der) {
-  auto data = Ref<PVDataRef>::adopt(tw::test::createData(der));
+  auto data = tw::test::bytes(der);
   return Ref<VltCertificateRef>::adopt(VltCertificateCreateWithData(data.get()));
 }
-
-std::string textOf(PVStringRef string) { return string ? PVStringGetCStringPtr(string) : "<none>"; }
 
 TEST(CofferCertificate, OnlyExactlyOneDerCertificateIsAccepted) {
   const auto &f = tw::test::pkcs12Fixtures();
@@ -35,7 +35,7 @@ TEST(CofferCertificate, EqualityIsByEncodingAndTheDataRoundTrips) {
   EXPECT_EQ(PVHash(leaf.get()), PVHash(again.get()));
   EXPECT_FALSE(PVEqual(leaf.get(), ca.get()));
   auto data = Ref<PVDataRef>::adopt(VltCertificateCopyData(leaf.get()));
-  auto original = Ref<PVDataRef>::adopt(tw::test::createData(f.leafCertificate));
+  auto original = tw::test::bytes(f.leafCertificate);
   EXPECT_TRUE(PVEqual(data.get(), original.get()));
 }
 

@@ -2,9 +2,6 @@
 // testing interface's fault points and counts.
 #include <gtest/gtest.h>
 
-#include <initializer_list>
-#include <utility>
-
 #include "support/pkcs12_fixtures.hpp"
 #include "support/test_support.hpp"
 #include "tarnwick/platform/coffer.h"
@@ -13,27 +10,11 @@
 
 namespace {
 
-using pv::Ref;
-
-Ref<PVStringRef> text(const char *s) {
-  return Ref<PVStringRef>::adopt(PVStringCreateWithCString(s));
-}
-
-Ref<PVDataRef> bytes(const std::string &s) {
-  return Ref<PVDataRef>::adopt(tw::test::createData(s));
-}
-
-Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<PVTypeRef, PVTypeRef>> entries) {
-  auto d = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
-  for (const auto &[key, value] : entries) PVDictionarySetValue(d.get(), key, value);
-  return Ref<PVDictionaryRef>::retain(d.get());
-}
-
-std::string asString(PVTypeRef data) {
-  auto d = static_cast<PVDataRef>(data);
-  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(d)),
-                     static_cast<size_t>(PVDataGetLength(d)));
-}
+using tw::test::bytes;
+using tw::test::bytesOf;
+using tw::test::dict;
+using tw::test::Ref;
+using tw::test::text;
 
 class CofferItems : public tw::test::StoreTest {
  protected:
@@ -63,7 +44,7 @@ class CofferItems : public tw::test::StoreTest {
     PVTypeRef result = nullptr;
     VltStatus status = VltItemCopyMatching(q.get(), &result);
     auto owned = Ref<PVTypeRef>::adopt(result);
-    return status ? "<" + std::to_string(status) + ">" : asString(result);
+    return status ? "<" + std::to_string(status) + ">" : bytesOf(result);
   }
 
   Ref<PVDictionaryRef> attributesOf(PVDictionaryRef query) {
@@ -212,7 +193,7 @@ TEST_F(CofferItems, LookupsHandBackWhatTheQueryAsksFor) {
             kVltSuccess);
   auto both = Ref<PVDictionaryRef>::adopt(static_cast<PVDictionaryRef>(result));
   ASSERT_EQ(PVGetTypeID(both.get()), PVDictionaryGetTypeID());
-  EXPECT_EQ(asString(PVDictionaryGetValue(both.get(), kVltValueData)), "secret");
+  EXPECT_EQ(bytesOf(PVDictionaryGetValue(both.get(), kVltValueData)), "secret");
   EXPECT_TRUE(PVEqual(PVDictionaryGetValue(both.get(), kVltValuePersistentRef), reference.get()));
   EXPECT_TRUE(PVEqual(PVDictionaryGetValue(both.get(), kVltAttrAccount), text("alice").get()));
   EXPECT_EQ(PVDictionaryGetValue(both.get(), kVltClass),

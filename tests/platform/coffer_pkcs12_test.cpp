@@ -14,19 +14,15 @@ using pv::Ref;
 
 std::string derOf(VltCertificateRef certificate) {
   auto data = Ref<PVDataRef>::adopt(VltCertificateCopyData(certificate));
-  if (!data) return "<none>";
-  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(data.get())),
-                     static_cast<size_t>(PVDataGetLength(data.get())));
+  return data ? tw::test::bytesOf(data.get()) : "<none>";
 }
 
 class CofferImport : public tw::test::StoreTest {
  protected:
   VltStatus import(const std::string &container, const char *passphrase, Ref<PVArrayRef> &items) {
-    auto data = Ref<PVDataRef>::adopt(tw::test::createData(container));
-    auto pass = Ref<PVStringRef>::adopt(PVStringCreateWithCString(passphrase));
-    const PVTypeRef keys[] = {kVltImportExportPassphrase};
-    const PVTypeRef values[] = {pass.get()};
-    auto options = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
+    auto data = tw::test::bytes(container);
+    auto pass = tw::test::text(passphrase);
+    auto options = tw::test::dict({{kVltImportExportPassphrase, pass.get()}});
     PVArrayRef slot = nullptr;
     VltStatus status = VltPKCS12Import(data.get(), options.get(), &slot);
     items = Ref<PVArrayRef>::adopt(slot);
@@ -91,7 +87,7 @@ TEST_F(CofferImport, BadInputsFailWithTheirOwnStatusAndHandBackNothing) {
   EXPECT_FALSE(items);
 
   PVArrayRef slot = nullptr;
-  auto data = Ref<PVDataRef>::adopt(tw::test::createData(f.chainContainer));
+  auto data = tw::test::bytes(f.chainContainer);
   auto empty = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(nullptr, nullptr, 0));
   EXPECT_EQ(VltPKCS12Import(nullptr, empty.get(), &slot), kVltErrorParam);
   EXPECT_EQ(VltPKCS12Import(data.get(), empty.get(), &slot), kVltErrorParam);  // no passphrase

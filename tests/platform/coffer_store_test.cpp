@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "support/pkcs12_fixtures.hpp"
 #include "support/test_support.hpp"
@@ -17,22 +16,11 @@
 
 namespace {
 
-using pv::Ref;
-
-Ref<PVStringRef> text(const char *s) {
-  return Ref<PVStringRef>::adopt(PVStringCreateWithCString(s));
-}
-
-Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<PVTypeRef, PVTypeRef>> entries) {
-  auto d = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
-  for (const auto &[key, value] : entries) PVDictionarySetValue(d.get(), key, value);
-  return Ref<PVDictionaryRef>::retain(d.get());
-}
-
-std::string readFile(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using tw::test::bytes;
+using tw::test::dict;
+using tw::test::fileBytes;
+using tw::test::Ref;
+using tw::test::text;
 
 mode_t modeOf(const std::string &path) {
   struct stat info {};
@@ -45,7 +33,7 @@ class CofferStore : public tw::test::StoreTest {
 
   VltStatus addPassword(const char *service, const char *secret, PVTypeRef *reference) {
     auto s = text(service);
-    auto d = Ref<PVDataRef>::adopt(tw::test::createData(secret));
+    auto d = bytes(secret);
     return VltItemAdd(dict({{kVltClass, kVltClassGenericPassword},
                             {kVltAttrService, s.get()},
                             {kVltValueData, d.get()},
@@ -83,14 +71,14 @@ TEST_F(CofferStore, DamagedFileFailsEveryOperationAndIsLeftAsItWas) {
     { std::ofstream(dbPath(), std::ios::binary | std::ios::trunc) << content; }
     auto s = text("svc");
     auto query = dict({{kVltAttrService, s.get()}});
-    auto d = Ref<PVDataRef>::adopt(tw::test::createData("x"));
+    auto d = bytes("x");
     PVTypeRef result = nullptr;
     EXPECT_EQ(addPassword("svc", "secret", &result), kVltErrorStore);
     EXPECT_EQ(VltItemCopyMatching(query.get(), &result), kVltErrorStore);
     EXPECT_EQ(VltItemUpdate(query.get(), dict({{kVltValueData, d.get()}}).get()), kVltErrorStore);
     EXPECT_EQ(VltItemDelete(query.get()), kVltErrorStore);
     EXPECT_EQ(result, nullptr);
-    EXPECT_EQ(readFile(dbPath()), content);
+    EXPECT_EQ(fileBytes(dbPath()), content);
     EXPECT_FALSE(std::filesystem::exists(dbPath() + "-journal"));
   }
 }
@@ -101,11 +89,11 @@ TEST_F(CofferStore, ForeignDatabaseIsRefusedAndUntouched) {
   ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(text TEXT)", nullptr, nullptr, nullptr),
             SQLITE_OK);
   sqlite3_close(db);
-  std::string before = readFile(dbPath());
+  std::string before = fileBytes(dbPath());
 
   EXPECT_EQ(addPassword("svc", "secret", nullptr), kVltErrorStore);
   EXPECT_FALSE(hasPassword("svc"));
-  EXPECT_EQ(readFile(dbPath()), before);
+  EXPECT_EQ(fileBytes(dbPath()), before);
 }
 
 TEST_F(CofferStore, ItemsFollowTheStoreDirectory) {

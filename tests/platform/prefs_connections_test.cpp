@@ -12,7 +12,7 @@ using NetworkConnection = StoreTest;
 
 Ref<ZNNetworkConnectionRef> controller(const char *serviceID) {
   return Ref<ZNNetworkConnectionRef>::adopt(ZNNetworkConnectionCreateWithServiceID(
-      kPVAllocatorDefault, str(serviceID).get(), nullptr, nullptr));
+      kPVAllocatorDefault, text(serviceID).get(), nullptr, nullptr));
 }
 
 TEST_F(NetworkConnection, StatusComesFromTheRegistryAfreshAndStopDisconnects) {
@@ -21,9 +21,9 @@ TEST_F(NetworkConnection, StatusComesFromTheRegistryAfreshAndStopDisconnects) {
   EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionDisconnected);
 
   ASSERT_EQ(runInChildProcess([] {
-              return ZNNetworkConnectionSetStatusForServiceID(str("service-a").get(),
+              return ZNNetworkConnectionSetStatusForServiceID(text("service-a").get(),
                                                               kZNNetworkConnectionConnected) &&
-                     ZNNetworkConnectionSetStatusForServiceID(str("service-b").get(),
+                     ZNNetworkConnectionSetStatusForServiceID(text("service-b").get(),
                                                               kZNNetworkConnectionConnecting);
             }),
             0);
@@ -39,7 +39,7 @@ TEST_F(NetworkConnection, StatusComesFromTheRegistryAfreshAndStopDisconnects) {
                          kZNNetworkConnectionConnecting;
             }),
             0);
-  EXPECT_FALSE(ZNNetworkConnectionSetStatusForServiceID(str("service-a").get(), 7));
+  EXPECT_FALSE(ZNNetworkConnectionSetStatusForServiceID(text("service-a").get(), 7));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
 }
 

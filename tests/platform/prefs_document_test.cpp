@@ -10,21 +10,19 @@ using PreferencesDocument = StoreTest;
 
 // The same every time it is built, in either process.
 Ref<PVDictionaryRef> everyKindOfValue() {
-  const uint8_t bytes[] = {0, 0xFF, 0x10};
-  auto data = Ref<PVDataRef>::adopt(PVDataCreate(bytes, 3));
+  auto data = bytes(std::string("\0\xFF\x10", 3));
   auto integer = Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(-42));
   auto whole = Ref<PVNumberRef>::adopt(PVNumberCreateWithDouble(3.0));
   auto fraction = Ref<PVNumberRef>::adopt(PVNumberCreateWithDouble(0.1));
-  auto text = str("ü");
-  const PVTypeRef items[] = {text.get(), integer.get(), kPVBooleanFalse};
-  auto array = Ref<PVArrayRef>::adopt(PVArrayCreate(items, 3));
-  return dict({{"String", str("text").get()},
+  auto umlaut = text("ü");
+  auto list = array({umlaut.get(), integer.get(), kPVBooleanFalse});
+  return dict({{"String", text("text").get()},
                {"Integer", integer.get()},
                {"Whole", whole.get()},
                {"Fraction", fraction.get()},
                {"True", kPVBooleanTrue},
                {"Data", data.get()},
-               {"Nested", dict({{"Array", array.get()}}).get()}});
+               {"Nested", dict({{"Array", list.get()}}).get()}});
 }
 
 bool readsBackEveryValue() {
@@ -42,14 +40,14 @@ bool readsBackEveryValue() {
   auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set.get()));
   return chainTypes(outer) == "PPP/L2TP/IPv4" && PVEqual(plain, expected.get()) &&
          PVNumberIsFloatType(
-             static_cast<PVNumberRef>(PVDictionaryGetValue(plain, str("Whole").get()))) &&
-         PVDictionaryGetValue(plain, str("True").get()) == kPVBooleanTrue &&
-         PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, str("EAP").get()),
+             static_cast<PVNumberRef>(PVDictionaryGetValue(plain, text("Whole").get()))) &&
+         PVDictionaryGetValue(plain, text("True").get()) == kPVBooleanTrue &&
+         PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()),
                  expected.get()) &&
          PVEqual(ZNNetworkProtocolGetConfiguration(protocol.get()), expected.get()) &&
-         text(ZNNetworkServiceGetName(service)) == "Everything" &&
+         textOf(ZNNetworkServiceGetName(service)) == "Everything" &&
          !ZNNetworkServiceGetEnabled(service) && PVEqual(selected.get(), service) &&
-         PVArrayGetCount(members.get()) == 1 && text(ZNNetworkSetGetName(set.get())) == "Renamed";
+         PVArrayGetCount(members.get()) == 1 && textOf(ZNNetworkSetGetName(set.get())) == "Renamed";
 }
 
 TEST_F(PreferencesDocument, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
@@ -58,7 +56,7 @@ TEST_F(PreferencesDocument, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) 
   auto values = everyKindOfValue();
   ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, values.get()));
-  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, str("EAP").get(), values.get()));
+  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), values.get()));
   auto protocol = Ref<ZNNetworkProtocolRef>::adopt(
       ZNNetworkServiceCopyProtocol(service.get(), kZNNetworkProtocolTypeProxies));
   ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(protocol.get(), values.get()));
@@ -66,7 +64,7 @@ TEST_F(PreferencesDocument, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) 
   auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
   ASSERT_TRUE(ZNNetworkSetAddService(set.get(), service.get()));
   ASSERT_TRUE(ZNNetworkSetSetSelectedVPNService(set.get(), service.get()));
-  ASSERT_TRUE(ZNNetworkSetSetName(set.get(), str("Renamed").get()));
+  ASSERT_TRUE(ZNNetworkSetSetName(set.get(), text("Renamed").get()));
   EXPECT_FALSE(readsBackEveryValue());  // not committed yet
 
   ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));

@@ -22,7 +22,7 @@ TEST_F(PreferencesError, LastErrorIsKeptPerThreadAndLeftAloneBySuccess) {
   EXPECT_EQ(ZNNetworkServiceCreate(prefs.get(), nullptr), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
   EXPECT_FALSE(ZNNetworkServiceSetName(reinterpret_cast<ZNNetworkServiceRef>(prefs.get()),
-                                       str("wrong handle kind").get()));
+                                       text("wrong handle kind").get()));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
 }
 
@@ -32,11 +32,11 @@ TEST_F(PreferencesError, PlannedFailureGivesTheFailureResultAndChangesNothing) {
   PTFailNthCall("ZNNetworkServiceGetName", 1);
   EXPECT_EQ(ZNNetworkServiceGetName(service.get()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusInjected);
-  EXPECT_EQ(text(ZNNetworkServiceGetName(service.get())), "Planned");
+  EXPECT_EQ(textOf(ZNNetworkServiceGetName(service.get())), "Planned");
 
   PTFailNthCall("ZNNetworkServiceSetName", 1);
-  EXPECT_FALSE(ZNNetworkServiceSetName(service.get(), str("Lost").get()));
-  EXPECT_EQ(text(ZNNetworkServiceGetName(service.get())), "Planned");
+  EXPECT_FALSE(ZNNetworkServiceSetName(service.get(), text("Lost").get()));
+  EXPECT_EQ(textOf(ZNNetworkServiceGetName(service.get())), "Planned");
 }
 
 }  // namespace

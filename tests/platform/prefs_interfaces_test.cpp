@@ -8,7 +8,7 @@ namespace {
 using NetworkInterface = StoreTest;
 
 Ref<PVDictionaryRef> dictionary(const char *key, const char *value) {
-  return dict({{key, str(value).get()}});
+  return dict({{key, text(value).get()}});
 }
 
 Ref<ZNNetworkInterfaceRef> layer(ZNNetworkInterfaceRef below, PVStringRef type) {
@@ -18,7 +18,7 @@ Ref<ZNNetworkInterfaceRef> layer(ZNNetworkInterfaceRef below, PVStringRef type) 
 TEST_F(NetworkInterface, ServicesKeepTheChainTheyWereCreatedOn) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto l2tp = layer(kZNNetworkInterfaceIPv4, kZNEntNetL2TP);
-  auto vendor = layer(kZNNetworkInterfaceIPv4, str("com.example.vendor").get());
+  auto vendor = layer(kZNNetworkInterfaceIPv4, text("com.example.vendor").get());
   auto chains = {std::make_pair(layer(kZNNetworkInterfaceIPv4, kZNEntNetIPSec), "IPSec/IPv4"),
                  std::make_pair(layer(l2tp.get(), kZNNetworkInterfaceTypePPP), "PPP/L2TP/IPv4"),
                  std::make_pair(layer(vendor.get(), kZNNetworkInterfaceTypeVPN),
@@ -34,7 +34,7 @@ TEST_F(NetworkInterface, ServicesKeepTheChainTheyWereCreatedOn) {
 
   // The platform's IPv4 interface is shared by every chain: immortal, unconfigurable.
   PVRelease(kZNNetworkInterfaceIPv4);
-  EXPECT_EQ(text(ZNNetworkInterfaceGetInterfaceType(kZNNetworkInterfaceIPv4)), "IPv4");
+  EXPECT_EQ(textOf(ZNNetworkInterfaceGetInterfaceType(kZNNetworkInterfaceIPv4)), "IPv4");
   EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(kZNNetworkInterfaceIPv4,
                                                   dictionary("Router", "10.0.0.1").get()));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
@@ -58,18 +58,18 @@ TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
 
   // What is stored is a copy: the caller's later changes do not reach it.
   auto mutableConfiguration = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
-  PVDictionarySetValue(mutableConfiguration.get(), str("AuthName").get(), str("ann").get());
+  PVDictionarySetValue(mutableConfiguration.get(), text("AuthName").get(), text("ann").get());
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, mutableConfiguration.get()));
-  PVDictionarySetValue(mutableConfiguration.get(), str("AuthName").get(), str("bob").get());
+  PVDictionarySetValue(mutableConfiguration.get(), text("AuthName").get(), text("bob").get());
   auto ann = dictionary("AuthName", "ann");
   EXPECT_TRUE(PVEqual(ZNNetworkInterfaceGetConfiguration(outer), ann.get()));
 
-  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, str("EAP").get(), ann.get()));
+  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), ann.get()));
   EXPECT_TRUE(
-      PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, str("EAP").get()), ann.get()));
-  EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(middle, str("EAP").get()), nullptr);
-  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, str("EAP").get(), nullptr));
-  EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(outer, str("EAP").get()), nullptr);
+      PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()), ann.get()));
+  EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(middle, text("EAP").get()), nullptr);
+  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), nullptr));
+  EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()), nullptr);
 
   // The bottom IPv4 layer is the service's own.
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(bottom, dictionary("Router", "r").get()));

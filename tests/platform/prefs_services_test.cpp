@@ -15,8 +15,9 @@ bool isVersion4Uuid(const std::string &id) {
   if (id.size() != 36) return false;
   for (size_t i = 0; i < id.size(); ++i) {
     bool dash = i == 8 || i == 13 || i == 18 || i == 23;
-    if (dash ? id[i] != '-' : !std::isxdigit(static_cast<unsigned char>(id[i])) ||
-                                  std::isupper(static_cast<unsigned char>(id[i]))) {
+    if (dash ? id[i] != '-'
+             : !std::isxdigit(static_cast<unsigned char>(id[i])) ||
+                   std::isupper(static_cast<unsigned char>(id[i]))) {
       return false;
     }
   }
@@ -33,7 +34,7 @@ std::string protocolTypes(ZNNetworkServiceRef service) {
   std::string types;
   for (PVIndex i = 0; i < PVArrayGetCount(protocols.get()); ++i) {
     auto protocol = at<ZNNetworkProtocolRef>(protocols.get(), i);
-    types += (i ? "," : "") + text(ZNNetworkProtocolGetProtocolType(protocol));
+    types += (i ? "," : "") + textOf(ZNNetworkProtocolGetProtocolType(protocol));
   }
   return types;
 }
@@ -57,26 +58,27 @@ TEST_F(NetworkService, DefaultConfigurationGivesEveryLayerAndThreeProtocolsEmpty
 TEST_F(NetworkService, AddedProtocolHasNoConfigurationAndItsTypeIsAddedOnce) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto service = createL2TPService(prefs.get(), "Protocols");
-  auto payload = str("com.example.payload");
+  auto payload = text("com.example.payload");
   ASSERT_TRUE(ZNNetworkServiceAddProtocolType(service.get(), payload.get()));
-  EXPECT_FALSE(ZNNetworkServiceAddProtocolType(service.get(), str("com.example.payload").get()));
+  EXPECT_FALSE(ZNNetworkServiceAddProtocolType(service.get(), text("com.example.payload").get()));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
   EXPECT_EQ(protocolTypes(service.get()), "IPv4,DNS,Proxies,com.example.payload");
 
   auto protocol =
       Ref<ZNNetworkProtocolRef>::adopt(ZNNetworkServiceCopyProtocol(service.get(), payload.get()));
   EXPECT_EQ(ZNNetworkProtocolGetConfiguration(protocol.get()), nullptr);
-  EXPECT_EQ(ZNNetworkServiceCopyProtocol(service.get(), str("Missing").get()), nullptr);
+  EXPECT_EQ(ZNNetworkServiceCopyProtocol(service.get(), text("Missing").get()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
 
-  auto configuration = dict({{"PayloadUUID", str("1234").get()}});
+  auto configuration = dict({{"PayloadUUID", text("1234").get()}});
   ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(protocol.get(), configuration.get()));
   // The configuration belongs to the session, not to the handle.
   PVDictionaryRef stored = ZNNetworkProtocolGetConfiguration(protocol.get());
   protocol = {};
   configuration = {};
-  EXPECT_EQ(text(static_cast<PVStringRef>(PVDictionaryGetValue(stored, str("PayloadUUID").get()))),
-            "1234");
+  EXPECT_EQ(
+      textOf(static_cast<PVStringRef>(PVDictionaryGetValue(stored, text("PayloadUUID").get()))),
+      "1234");
   auto again =
       Ref<ZNNetworkProtocolRef>::adopt(ZNNetworkServiceCopyProtocol(service.get(), payload.get()));
   ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(again.get(), nullptr));
@@ -87,12 +89,12 @@ TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) 
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto first = createL2TPService(prefs.get(), "One");
   auto second = createL2TPService(prefs.get(), "Two");
-  std::string id = text(ZNNetworkServiceGetServiceID(first.get()));
+  std::string id = textOf(ZNNetworkServiceGetServiceID(first.get()));
   EXPECT_TRUE(isVersion4Uuid(id)) << id;
-  EXPECT_NE(id, text(ZNNetworkServiceGetServiceID(second.get())));
+  EXPECT_NE(id, textOf(ZNNetworkServiceGetServiceID(second.get())));
 
   auto copy =
-      Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs.get(), str(id.c_str()).get()));
+      Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs.get(), text(id.c_str()).get()));
   EXPECT_TRUE(PVEqual(copy.get(), first.get()));
   EXPECT_EQ(PVHash(copy.get()), PVHash(first.get()));
   EXPECT_FALSE(PVEqual(copy.get(), second.get()));
@@ -102,16 +104,16 @@ TEST_F(NetworkService, RemovedServiceHandleStaysValidAndReportsNoSuchObject) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto service = createL2TPService(prefs.get(), "Removed");
   PVStringRef id = ZNNetworkServiceGetServiceID(service.get());
-  const std::string idText = text(id);
+  const std::string idText = textOf(id);
 
   ASSERT_TRUE(ZNNetworkServiceRemove(service.get()));
-  EXPECT_EQ(text(id), idText);  // a borrowed ID read before removal stays readable
+  EXPECT_EQ(textOf(id), idText);  // a borrowed ID read before removal stays readable
   EXPECT_EQ(ZNNetworkServiceGetServiceID(service.get()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
   EXPECT_EQ(ZNNetworkServiceGetName(service.get()), nullptr);
   EXPECT_EQ(ZNNetworkServiceGetInterface(service.get()), nullptr);
   EXPECT_EQ(ZNNetworkServiceCopyProtocols(service.get()), nullptr);
-  EXPECT_FALSE(ZNNetworkServiceSetName(service.get(), str("Back").get()));
+  EXPECT_FALSE(ZNNetworkServiceSetName(service.get(), text("Back").get()));
   EXPECT_FALSE(ZNNetworkServiceRemove(service.get()));
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
   EXPECT_EQ(serviceNames(prefs.get()), "");

@@ -37,7 +37,7 @@ TEST_F(PreferencesOwnership, CountsReturnToTheirStartAndHandlesKeepTheirSessionA
   // A handle keeps its session alive after the caller lets the session go.
   auto service = createL2TPService(session, "Survivor");
   PVRelease(prefs);
-  EXPECT_EQ(text(ZNNetworkServiceGetName(service.get())), "Survivor");
+  EXPECT_EQ(textOf(ZNNetworkServiceGetName(service.get())), "Survivor");
   EXPECT_EQ(chainTypes(ZNNetworkServiceGetInterface(service.get())), "PPP/L2TP/IPv4");
 }
 

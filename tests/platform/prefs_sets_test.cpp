@@ -12,7 +12,7 @@ std::string memberNames(ZNNetworkSetRef set) {
   std::string names;
   for (PVIndex i = 0; i < PVArrayGetCount(members.get()); ++i) {
     names +=
-        (i ? "," : "") + text(ZNNetworkServiceGetName(at<ZNNetworkServiceRef>(members.get(), i)));
+        (i ? "," : "") + textOf(ZNNetworkServiceGetName(at<ZNNetworkServiceRef>(members.get(), i)));
   }
   return names;
 }
@@ -23,7 +23,7 @@ TEST_F(NetworkSet, SetsAreCreatedUnnamedAndCanBeNamedMadeCurrentAndRemoved) {
   auto travel = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs.get()));
   EXPECT_EQ(ZNNetworkSetGetName(travel.get()), nullptr);
   EXPECT_EQ(memberNames(travel.get()), "");
-  ASSERT_TRUE(ZNNetworkSetSetName(travel.get(), str("Travel").get()));
+  ASSERT_TRUE(ZNNetworkSetSetName(travel.get(), text("Travel").get()));
   ASSERT_TRUE(ZNNetworkSetSetCurrent(travel.get()));
   auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
   EXPECT_TRUE(PVEqual(current.get(), travel.get()));
@@ -32,7 +32,7 @@ TEST_F(NetworkSet, SetsAreCreatedUnnamedAndCanBeNamedMadeCurrentAndRemoved) {
   EXPECT_EQ(ZNNetworkSetCopyCurrent(prefs.get()), nullptr);  // the current set was removed
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
   EXPECT_EQ(ZNNetworkSetGetSetID(travel.get()), nullptr);
-  EXPECT_FALSE(ZNNetworkSetSetName(travel.get(), str("Again").get()));
+  EXPECT_FALSE(ZNNetworkSetSetName(travel.get(), text("Again").get()));
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
   EXPECT_TRUE(ZNNetworkSetSetCurrent(original.get()));
 }

@@ -59,9 +59,9 @@ bool install() {
   if (!ipsec) return false;
   auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs.get(), ipsec.get()));
   if (!service || !ZNNetworkServiceEstablishDefaultConfiguration(service.get()) ||
-      !ZNNetworkServiceAddProtocolType(service.get(), str("com.example.payload").get()) ||
+      !ZNNetworkServiceAddProtocolType(service.get(), text("com.example.payload").get()) ||
       !ZNNetworkServiceSetEnabled(service.get(), false) ||
-      !ZNNetworkServiceSetName(service.get(), str("Installed").get())) {
+      !ZNNetworkServiceSetName(service.get(), text("Installed").get())) {
     return false;
   }
   auto sets = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyAll(prefs.get()));

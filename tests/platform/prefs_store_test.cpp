@@ -18,7 +18,7 @@ Ref<ZNPreferencesRef> open() { return Ref<ZNPreferencesRef>::adopt(ZNPreferences
 
 std::string currentSetID(ZNPreferencesRef prefs) {
   auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs));
-  return text(ZNNetworkSetGetSetID(set.get()));
+  return textOf(ZNNetworkSetGetSetID(set.get()));
 }
 
 using PreferencesOpen = StoreTest;
@@ -29,9 +29,9 @@ TEST_F(PreferencesOpen, NewStoreHasOneCurrentDefaultSetThatEveryProcessShares) {
   EXPECT_EQ(ZNPreferencesGetStoreDirectory(prefs.get()), storeDir());
   auto sets = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyAll(prefs.get()));
   ASSERT_EQ(PVArrayGetCount(sets.get()), 1);
-  EXPECT_EQ(text(ZNNetworkSetGetName(at<ZNNetworkSetRef>(sets.get(), 0))), "Default");
+  EXPECT_EQ(textOf(ZNNetworkSetGetName(at<ZNNetworkSetRef>(sets.get(), 0))), "Default");
   const std::string id = currentSetID(prefs.get());
-  EXPECT_EQ(text(ZNNetworkSetGetSetID(at<ZNNetworkSetRef>(sets.get(), 0))), id);
+  EXPECT_EQ(textOf(ZNNetworkSetGetSetID(at<ZNNetworkSetRef>(sets.get(), 0))), id);
   EXPECT_EQ(runInChildProcess([&] { return currentSetID(open().get()) == id; }), 0);
 }
 

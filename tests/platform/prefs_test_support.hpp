@@ -1,42 +1,12 @@
 // Small helpers for the preferences store's tests.
 #pragma once
 
-#include <fstream>
-#include <initializer_list>
-#include <iterator>
 #include <string>
-#include <utility>
 
+#include "support/test_support.hpp"
 #include "tarnwick/platform/prefs.h"
-#include "tarnwick/platform/ref.hpp"
 
 namespace tw::test {
-
-template <typename T>
-using Ref = pv::Ref<T>;
-
-inline Ref<PVStringRef> str(const char *text) {
-  return Ref<PVStringRef>::adopt(PVStringCreateWithCString(text));
-}
-
-// An immutable dictionary with string keys. The values must live until it
-// returns, as temporaries of the calling expression do.
-inline Ref<PVDictionaryRef> dict(
-    std::initializer_list<std::pair<const char *, PVTypeRef>> entries) {
-  auto building = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
-  for (const auto &[key, value] : entries)
-    PVDictionarySetValue(building.get(), str(key).get(), value);
-  return Ref<PVDictionaryRef>::adopt(PVDictionaryCreateCopy(building.get()));
-}
-
-inline std::string text(PVStringRef string) {
-  return string ? PVStringGetCStringPtr(string) : "(null)";
-}
-
-inline std::string fileBytes(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 // An array element as the handle type it holds (borrowed).
 template <typename T>
@@ -53,7 +23,7 @@ inline Ref<ZNNetworkServiceRef> createL2TPService(ZNPreferencesRef prefs, const 
       ZNNetworkInterfaceCreateWithInterface(l2tp.get(), kZNNetworkInterfaceTypePPP));
   auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs, ppp.get()));
   ZNNetworkServiceEstablishDefaultConfiguration(service.get());
-  ZNNetworkServiceSetName(service.get(), str(name).get());
+  ZNNetworkServiceSetName(service.get(), text(name).get());
   return service;
 }
 
@@ -61,7 +31,7 @@ inline Ref<ZNNetworkServiceRef> createL2TPService(ZNPreferencesRef prefs, const 
 inline std::string chainTypes(ZNNetworkInterfaceRef outer) {
   std::string types;
   for (ZNNetworkInterfaceRef layer = outer; layer; layer = ZNNetworkInterfaceGetInterface(layer)) {
-    types += (types.empty() ? "" : "/") + text(ZNNetworkInterfaceGetInterfaceType(layer));
+    types += (types.empty() ? "" : "/") + textOf(ZNNetworkInterfaceGetInterfaceType(layer));
   }
   return types;
 }
@@ -71,8 +41,8 @@ inline std::string serviceNames(ZNPreferencesRef prefs) {
   auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs));
   std::string names;
   for (PVIndex i = 0; i < PVArrayGetCount(services.get()); ++i) {
-    names +=
-        (i ? "," : "") + text(ZNNetworkServiceGetName(at<ZNNetworkServiceRef>(services.get(), i)));
+    names += (i ? "," : "") +
+             textOf(ZNNetworkServiceGetName(at<ZNNetworkServiceRef>(services.get(), i)));
   }
   return names;
 }

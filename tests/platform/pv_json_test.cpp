@@ -11,7 +11,7 @@ namespace {
 using nlohmann::json;
 using tw::test::dict;
 using tw::test::Ref;
-using tw::test::str;
+using tw::test::text;
 
 Ref<PVTypeRef> fromJson(const json &value, std::string *error = nullptr) {
   std::string reason;
@@ -30,7 +30,7 @@ TEST(PvJson, EveryKindRoundTripsKeepingIntegersAndDoublesApart) {
   auto dictionary = static_cast<PVDictionaryRef>(value.get());
 
   auto number = [&](const char *key) {
-    return static_cast<PVNumberRef>(PVDictionaryGetValue(dictionary, str(key).get()));
+    return static_cast<PVNumberRef>(PVDictionaryGetValue(dictionary, text(key).get()));
   };
   EXPECT_FALSE(PVNumberIsFloatType(number("int")));
   EXPECT_FALSE(PVNumberIsFloatType(number("big")));
@@ -38,11 +38,11 @@ TEST(PvJson, EveryKindRoundTripsKeepingIntegersAndDoublesApart) {
   int64_t big = 0;
   PVNumberGetValue(number("big"), kPVNumberSInt64Type, &big);
   EXPECT_EQ(big, 9007199254740993);
-  EXPECT_EQ(PVDictionaryGetValue(dictionary, str("yes").get()), kPVBooleanTrue);
-  EXPECT_EQ(PVDictionaryGetValue(dictionary, str("no").get()), kPVBooleanFalse);
+  EXPECT_EQ(PVDictionaryGetValue(dictionary, text("yes").get()), kPVBooleanTrue);
+  EXPECT_EQ(PVDictionaryGetValue(dictionary, text("no").get()), kPVBooleanFalse);
   const uint8_t expected[] = {0, 1, 2, 255};
   auto bytes = Ref<PVDataRef>::adopt(PVDataCreate(expected, 4));
-  EXPECT_TRUE(PVEqual(PVDictionaryGetValue(dictionary, str("bytes").get()), bytes.get()));
+  EXPECT_TRUE(PVEqual(PVDictionaryGetValue(dictionary, text("bytes").get()), bytes.get()));
 
   json back;
   std::string error;
@@ -68,7 +68,7 @@ TEST(PvJson, ValuesWithoutJsonFormAreReportedNotThrown) {
   EXPECT_FALSE(pv::json::toJson(infinity.get(), out, error));
 
   // A dictionary that would read back as data.
-  EXPECT_FALSE(pv::json::toJson(dict({{"$data", str("AAAA").get()}}).get(), out, error));
+  EXPECT_FALSE(pv::json::toJson(dict({{"$data", text("AAAA").get()}}).get(), out, error));
 }
 
 TEST(PvJson, JsonWithoutPropertyValueFormIsReportedNotThrown) {

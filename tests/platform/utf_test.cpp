@@ -51,19 +51,4 @@ TEST(Utf16Conversion, RoundTripsBoundaryCodePoints) {
   EXPECT_EQ(text, std::string("a\0b", 3));
 }
 
-TEST(Utf16Conversion, RejectsUnpairedSurrogates) {
-  const std::u16string cases[] = {
-      {0xD800},          // high at the end
-      {0xD800, u'a'},    // high before a non-surrogate
-      {0xD800, 0xD800},  // two highs
-      {0xDC00},          // lone low
-      {0xDC00, 0xD800},  // reversed pair
-  };
-  std::string out;
-  for (const auto &units : cases) {
-    EXPECT_FALSE(utf16ToUtf8(units.data(), units.size(), out))
-        << std::hex << static_cast<int>(units[0]);
-  }
-}
-
 }  // namespace

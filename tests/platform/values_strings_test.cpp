@@ -76,11 +76,15 @@ TEST(StringCreation, OddUtf16ByteCountDropsTheLastByte) {
 
 TEST(StringCreation, UnpairedSurrogatesGiveNull) {
   const uint16_t loneHigh[] = {'a', 0xD83D};
+  const uint16_t highThenLetter[] = {0xD83D, 'a'};
+  const uint16_t twoHighs[] = {0xD83D, 0xD83D};
   const uint16_t loneLow[] = {0xDE00, 'a'};
   const uint16_t reversed[] = {0xDE00, 0xD83D};
   const uint16_t pair[] = {0xD83D, 0xDE00};
   EXPECT_EQ(PVStringCreateWithCharacters(loneHigh, 2), nullptr);
   EXPECT_EQ(PVStringCreateWithCharacters(loneLow, 2), nullptr);
+  EXPECT_EQ(PVStringCreateWithCharacters(highThenLetter, 2), nullptr);
+  EXPECT_EQ(PVStringCreateWithCharacters(twoHighs, 2), nullptr);
   EXPECT_EQ(PVStringCreateWithCharacters(reversed, 2), nullptr);
   EXPECT_EQ(PVStringCreateWithCharacters(pair, 1), nullptr);  // pair cut in half
   EXPECT_EQ(text(Str::adopt(PVStringCreateWithCharacters(pair, 2)).get()), "\U0001F600");

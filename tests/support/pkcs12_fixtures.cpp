@@ -1,27 +1,18 @@
 #include "support/pkcs12_fixtures.hpp"
 
-#include <openssl/evp.h>
-#include <openssl/pkcs12.h>
-#include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
-#include <memory>
 #include <stdexcept>
+
+#include "platform/coffer_openssl.hpp"
 
 namespace tw::test {
 
 namespace {
 
-template <auto Free>
-struct Deleter {
-  template <typename T>
-  void operator()(T *p) const {
-    Free(p);
-  }
-};
-using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
-using X509Ptr = std::unique_ptr<X509, Deleter<X509_free>>;
-using Pkcs12Ptr = std::unique_ptr<PKCS12, Deleter<PKCS12_free>>;
+using vlt::ssl::Pkcs12Ptr;
+using vlt::ssl::X509Ptr;
+using KeyPtr = vlt::ssl::PKeyPtr;
 
 void require(bool ok, const char *what) {
   if (!ok) throw std::runtime_error(std::string("PKCS #12 fixture: ") + what);
@@ -59,22 +50,16 @@ X509Ptr makeCertificate(const char *commonName, long serial, EVP_PKEY *key, bool
   return certificate;
 }
 
-std::string der(X509 *certificate) {
-  unsigned char *bytes = nullptr;
-  int length = i2d_X509(certificate, &bytes);
-  require(length > 0, "certificate encoding");
-  std::string out(reinterpret_cast<char *>(bytes), static_cast<size_t>(length));
-  OPENSSL_free(bytes);
+std::string der(const X509 *certificate) {
+  std::string out = vlt::ssl::encode(certificate, i2d_X509);
+  require(!out.empty(), "certificate encoding");
   return out;
 }
 
-std::string der(PKCS12 *container) {
+std::string der(const PKCS12 *container) {
   require(container != nullptr, "container");
-  unsigned char *bytes = nullptr;
-  int length = i2d_PKCS12(container, &bytes);
-  require(length > 0, "container encoding");
-  std::string out(reinterpret_cast<char *>(bytes), static_cast<size_t>(length));
-  OPENSSL_free(bytes);
+  std::string out = vlt::ssl::encode(container, i2d_PKCS12);
+  require(!out.empty(), "container encoding");
   return out;
 }
 
@@ -141,11 +126,6 @@ Pkcs12Fixtures makeFixtures() {
 const Pkcs12Fixtures &pkcs12Fixtures() {
   static const Pkcs12Fixtures fixtures = makeFixtures();
   return fixtures;
-}
-
-PVDataRef createData(const std::string &bytes) {
-  return PVDataCreate(reinterpret_cast<const uint8_t *>(bytes.data()),
-                      static_cast<PVIndex>(bytes.size()));
 }
 
 }  // namespace tw::test

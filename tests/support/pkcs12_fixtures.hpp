@@ -4,8 +4,6 @@
 
 #include <string>
 
-#include "tarnwick/platform/values.h"
-
 namespace tw::test {
 
 struct Pkcs12Fixtures {
@@ -27,8 +25,5 @@ struct Pkcs12Fixtures {
 
 // Made once per process.
 const Pkcs12Fixtures &pkcs12Fixtures();
-
-// Ownership: create.
-PVDataRef createData(const std::string &bytes);
 
 }  // namespace tw::test

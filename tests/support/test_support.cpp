@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "tarnwick/platform/prefs.h"
 #include "tarnwick/platform/testing.h"
@@ -42,6 +44,42 @@ int runInChildProcess(const std::function<bool()> &body) {
   int status = 0;
   if (waitpid(pid, &status, 0) != pid) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+Ref<PVStringRef> text(const std::string &utf8) {
+  return Ref<PVStringRef>::adopt(PVStringCreateWithCString(utf8.c_str()));
+}
+
+Ref<PVDataRef> bytes(const std::string &raw) {
+  return Ref<PVDataRef>::adopt(PVDataCreate(reinterpret_cast<const uint8_t *>(raw.data()),
+                                            static_cast<PVIndex>(raw.size())));
+}
+
+Ref<PVArrayRef> array(std::vector<PVTypeRef> values) {
+  return Ref<PVArrayRef>::adopt(PVArrayCreate(values.data(), static_cast<PVIndex>(values.size())));
+}
+
+Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictKey, PVTypeRef>> entries) {
+  auto building = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
+  for (const auto &[key, value] : entries) PVDictionarySetValue(building.get(), key.value, value);
+  return Ref<PVDictionaryRef>::adopt(PVDictionaryCreateCopy(building.get()));
+}
+
+std::string textOf(PVTypeRef string) {
+  if (!string) return "(null)";
+  if (PVGetTypeID(string) != PVStringGetTypeID()) return "(not a string)";
+  return PVStringGetCStringPtr(static_cast<PVStringRef>(string));
+}
+
+std::string bytesOf(PVTypeRef data) {
+  auto d = static_cast<PVDataRef>(data);
+  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(d)),
+                     static_cast<size_t>(PVDataGetLength(d)));
+}
+
+std::string fileBytes(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace tw::test

@@ -4,9 +4,18 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 #include <string>
+#include <utility>
+#include <vector>
+
+#include "tarnwick/platform/ref.hpp"
+#include "tarnwick/platform/values.h"
 
 namespace tw::test {
+
+template <typename T>
+using Ref = pv::Ref<T>;
 
 // A fresh store directory for one test: made under $TMPDIR, set as the
 // process's store directory (preferences, Coffer, connection registry),
@@ -25,5 +34,28 @@ class StoreTest : public ::testing::Test {
 // its exit status: 0 when the body returned true. Test assertions inside
 // the body do not reach the parent; report through the return value.
 int runInChildProcess(const std::function<bool()> &body);
+
+// Values made from literals, held.
+Ref<PVStringRef> text(const std::string &utf8);
+Ref<PVDataRef> bytes(const std::string &raw);
+Ref<PVArrayRef> array(std::vector<PVTypeRef> values);
+
+// A dictionary key: a value, or text that becomes a new string (never a
+// constant, so a C string is never taken for a value by accident).
+struct DictKey {
+  DictKey(PVTypeRef key) : value(key) {}
+  DictKey(const char *utf8) : made(text(utf8)), value(made.get()) {}
+  Ref<PVStringRef> made;
+  PVTypeRef value;
+};
+// An immutable dictionary. The values must live until it returns, as
+// temporaries of the calling expression do.
+Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictKey, PVTypeRef>> entries);
+
+// The text of a string, or "(null)", or "(not a string)".
+std::string textOf(PVTypeRef string);
+// The bytes of a data value.
+std::string bytesOf(PVTypeRef data);
+std::string fileBytes(const std::string &path);
 
 }  // namespace tw::test
