@@ -1,3 +1,43 @@
+// The library's exported constants.
 #include <gtest/gtest.h>
+
+#include "support/test_support.hpp"
 #include "tarnwick.h"
-TEST(Smoke, Builds) { EXPECT_TRUE(PVEqual(kJXVPNPropNetIPSecOnDemandSupported, kJXVPNPropNetVPNOnDemandSupported)); }
+
+namespace {
+
+using tw::test::text;
+
+TEST(LibraryConstants, OnDemandSupportedIsOneObjectUnderTwoNames) {
+  EXPECT_EQ(kJXVPNPropNetIPSecOnDemandSupported, kJXVPNPropNetVPNOnDemandSupported);
+  EXPECT_STREQ(PVStringGetCStringPtr(kJXVPNPropNetVPNOnDemandSupported), "OnDemandSupported");
+}
+
+TEST(LibraryConstants, AreImmortal) {
+  PVIndex before = PVGetRetainCount(kJXVPNTypeKey);
+  for (int i = 0; i < 3; ++i) PVRelease(kJXVPNTypeKey);
+  PVRetain(kJXPayloadIdentifierKey);
+  EXPECT_EQ(PVGetRetainCount(kJXVPNTypeKey), before);
+  EXPECT_STREQ(PVStringGetCStringPtr(kJXVPNTypeKey), "VPNType");
+}
+
+TEST(LibraryConstants, CallerMadeStringOfEqualTextWorksAsADictionaryKey) {
+  auto key = text("VPNType");
+  ASSERT_NE(key.get(), kJXVPNTypeKey);
+  const PVTypeRef keys[] = {key.get()};
+  const PVTypeRef values[] = {kZNEntNetL2TP};
+  auto payload = tw::test::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
+  EXPECT_EQ(PVDictionaryGetValue(payload.get(), kJXVPNTypeKey), kZNEntNetL2TP);
+}
+
+TEST(LibraryConstants, EachConstantIsItsOwnObjectEvenWhenTextsMatchThePlatforms) {
+  // The layer classifier tells keys apart by identity, so equal text must
+  // never mean the same object across the library and the platform.
+  auto none = text("None");
+  EXPECT_TRUE(PVEqual(kJXVPNPropNetProxiesHTTPProxyTypeNone, none.get()));
+  EXPECT_NE(static_cast<PVTypeRef>(kZNNetworkInterfaceTypeIPSec),
+            static_cast<PVTypeRef>(kZNEntNetIPSec));
+  EXPECT_TRUE(PVEqual(kZNNetworkInterfaceTypeIPSec, kZNEntNetIPSec));
+}
+
+}  // namespace
