@@ -39,7 +39,7 @@ Ref<PVStringRef> freeServiceName(ZNPreferencesRef prefs) {
   auto services = Ref<PVArrayRef>::adopt(check(ZNNetworkServiceCopyAll(prefs), "listing services"));
   for (int counter = 1;; ++counter) {
     std::string name = "Demo L2TP VPN";
-    if (counter > 1) name += " " + std::to_string(counter);
+    if (counter > 1) name.append(" ").append(std::to_string(counter));
     bool taken = false;
     for (PVIndex i = 0; i < PVArrayGetCount(services.get()) && !taken; ++i) {
       taken = text(ZNNetworkServiceGetName(at<ZNNetworkServiceRef>(services.get(), i))) == name;
@@ -82,7 +82,8 @@ void printService(ZNPreferencesRef prefs, PVStringRef serviceID) {
   std::string chain;
   for (ZNNetworkInterfaceRef layer = ZNNetworkServiceGetInterface(service.get()); layer;
        layer = ZNNetworkInterfaceGetInterface(layer)) {
-    chain += (chain.empty() ? "" : " over ") + text(ZNNetworkInterfaceGetInterfaceType(layer));
+    if (!chain.empty()) chain += " over ";
+    chain += text(ZNNetworkInterfaceGetInterfaceType(layer));
   }
   std::printf("interfaces  %s\n", chain.c_str());
   auto protocols = Ref<PVArrayRef>::adopt(
@@ -90,7 +91,8 @@ void printService(ZNPreferencesRef prefs, PVStringRef serviceID) {
   std::string types;
   for (PVIndex i = 0; i < PVArrayGetCount(protocols.get()); ++i) {
     auto protocol = at<ZNNetworkProtocolRef>(protocols.get(), i);
-    types += (types.empty() ? "" : ", ") + text(ZNNetworkProtocolGetProtocolType(protocol));
+    if (!types.empty()) types += ", ";
+    types += text(ZNNetworkProtocolGetProtocolType(protocol));
   }
   std::printf("protocols   %s\n", types.c_str());
   std::printf("store       %s\n", ZNPreferencesGetStoreDirectory(prefs));
