@@ -20,19 +20,15 @@ struct Placement {
 
 class InterfaceConfiguration : public ServiceTest {
  protected:
-  void SetUp() override {
-    ServiceTest::SetUp();
-    vendor_ = text(kVendorType);
-  }
-
-  std::vector<Placement> placements() const {
+  static std::vector<Placement> placements() {
+    static const auto vendor = text(kVendorType);
     return {
         {Chain::IPSec, kZNEntNetIPSec, 0, false},
         {Chain::L2TP, kZNEntNetPPP, 0, false},
         {Chain::L2TP, kZNEntNetL2TP, 1, false},
         {Chain::PPTP, kZNEntNetPPTP, 1, false},
         {Chain::Vendor, kZNEntNetVPN, 0, false},
-        {Chain::Vendor, vendor_.get(), 1, false},
+        {Chain::Vendor, vendor.get(), 1, false},
         {Chain::L2TP, nullptr, 0, false},
         {Chain::L2TP, kZNEntNetIPSec, 0, true},
         {Chain::Vendor, kZNEntNetIPSec, 0, true},
@@ -51,8 +47,6 @@ class InterfaceConfiguration : public ServiceTest {
     return p.extended ? ZNNetworkInterfaceGetExtendedConfiguration(layer, p.type)
                       : ZNNetworkInterfaceGetConfiguration(layer);
   }
-
-  pv::Ref<PVStringRef> vendor_;
 };
 
 TEST_F(InterfaceConfiguration, WalkClearsEveryOutputForANullService) {
@@ -82,14 +76,10 @@ TEST_F(InterfaceConfiguration, WalkAsksALayerWithoutTypeAgainRatherThanSteppingP
 }
 
 TEST_F(InterfaceConfiguration, SetAndMergeWriteBackThroughThePairTheWalkChose) {
-  auto a = text("A"), b = text("B"), c = text("C"), oldValue = text("old"), newValue = text("new");
-  PVTypeRef oldKeys[] = {a.get(), b.get()}, oldValues[] = {oldValue.get(), oldValue.get()};
-  PVTypeRef newKeys[] = {b.get(), c.get()}, newValues[] = {newValue.get(), newValue.get()};
-  PVTypeRef allValues[] = {oldValue.get(), newValue.get(), newValue.get()};
-  PVTypeRef allKeys[] = {a.get(), b.get(), c.get()};
-  auto old = pv::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(oldKeys, oldValues, 2));
-  auto entries = pv::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(newKeys, newValues, 2));
-  auto merged = pv::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(allKeys, allValues, 3));
+  auto oldValue = text("old"), newValue = text("new");
+  auto old = dict({{"A", oldValue.get()}, {"B", oldValue.get()}});
+  auto entries = dict({{"B", newValue.get()}, {"C", newValue.get()}});
+  auto merged = dict({{"A", oldValue.get()}, {"B", newValue.get()}, {"C", newValue.get()}});
 
   for (const Placement &p : placements()) {
     SCOPED_TRACE(p.type ? PVStringGetCStringPtr(p.type) : "(null)");
@@ -109,8 +99,8 @@ TEST_F(InterfaceConfiguration, SetAndMergeWriteBackThroughThePairTheWalkChose) {
 
 TEST_F(InterfaceConfiguration, NullServiceFailsButNothingToMergeSucceedsWithoutWriting) {
   ZNNetworkServiceRef service = makeService(Chain::L2TP);
-  auto empty = pv::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(nullptr, nullptr, 0));
-  auto some = dict({{kZNPropNetPPPAuthName, text("user").get()}});
+  auto empty = dict({});
+  auto some = dict({{kZNPropNetPPPAuthName, "user"}});
   PTReset();
   EXPECT_FALSE(JXVPNServiceSetConfiguration(nullptr, kZNEntNetPPP, some.get()));
   EXPECT_FALSE(JXVPNServiceSetConfiguration(service, kZNEntNetPPP, nullptr));
@@ -126,7 +116,7 @@ TEST_F(InterfaceConfiguration, NullServiceFailsButNothingToMergeSucceedsWithoutW
 
 TEST_F(InterfaceConfiguration, PlatformFailuresAreFalse) {
   ZNNetworkServiceRef service = makeService(Chain::L2TP);
-  auto some = dict({{kZNPropNetPPPAuthName, text("user").get()}});
+  auto some = dict({{kZNPropNetPPPAuthName, "user"}});
   struct Case {
     const char *operation;
     PVStringRef type;

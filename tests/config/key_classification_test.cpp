@@ -83,15 +83,11 @@ TEST(ProtocolTypeClassifier, MatchesByEqualText) {
   }
   EXPECT_EQ(__JXVPNGetProtocolConfigurationTypeFromKey(kZNPropNetProxiesHTTPSPort),
             kZNNetworkProtocolTypeProxies);
-  EXPECT_EQ(__JXVPNGetProtocolConfigurationTypeFromKey(nullptr), nullptr);
-}
-
-TEST(ProtocolTypeClassifier, IsIndependentOfTheLayerClassifier) {
-  // The PPP override key is a PPP layer key to one and an IPv4 key to the other.
-  EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(kZNPropNetPPPOverridePrimary), kZNEntNetPPP);
+  // Independent of the layer classifier: this PPP layer key is an IPv4 key here.
   EXPECT_EQ(__JXVPNGetProtocolConfigurationTypeFromKey(kZNPropNetPPPOverridePrimary),
             kZNEntNetIPv4);
   EXPECT_EQ(__JXVPNGetProtocolConfigurationTypeFromKey(kZNPropNetIPSecSharedSecret), nullptr);
+  EXPECT_EQ(__JXVPNGetProtocolConfigurationTypeFromKey(nullptr), nullptr);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 namespace tw::test {
 namespace {
 
-class ServiceType : public ServiceTest {};
+using ServiceType = ServiceTest;
 
 TEST_F(ServiceType, NamesEachVpnChainAndNothingElse) {
   struct Case {
@@ -23,11 +23,7 @@ TEST_F(ServiceType, NamesEachVpnChainAndNothingElse) {
   for (const Case &c : cases) {
     SCOPED_TRACE(static_cast<int>(c.chain));
     PVStringRef type = JXVPNServiceGetType(makeService(c.chain));
-    if (c.type) {
-      EXPECT_TRUE(PVEqual(type, c.type));
-    } else {
-      EXPECT_EQ(type, nullptr);
-    }
+    EXPECT_TRUE(c.type ? PVEqual(type, c.type) : type == nullptr) << textOf(type);
   }
   EXPECT_EQ(JXVPNServiceGetType(nullptr), nullptr);
 }

@@ -103,10 +103,8 @@ TEST_F(CofferItemLayer, NewItemIsStoredAfterFirstUnlockAndReadBack) {
   EXPECT_EQ(accessibilityOf(service.get()),
             static_cast<PVTypeRef>(kVltAttrAccessibleAfterFirstUnlock));
   // An empty account, label or description matches whatever is stored.
-  auto empty = text("");
-  EXPECT_EQ(copyValue(empty.get()), "pässword");
-  auto other = text("bob");
-  EXPECT_EQ(copyValue(other.get()), "(null)");
+  EXPECT_EQ(copyValue(text("").get()), "pässword");
+  EXPECT_EQ(copyValue(text("bob").get()), "(null)");
 }
 
 TEST_F(CofferItemLayer, EqualValueMakesNoWriteAndAChangedOneKeepsAccessibility) {
@@ -123,8 +121,7 @@ TEST_F(CofferItemLayer, EqualValueMakesNoWriteAndAChangedOneKeepsAccessibility) 
 
   auto other = text("made-elsewhere");
   addRawItem(other.get(), "old", kVltAttrAccessibleWhenUnlocked);
-  auto value = text("new");
-  EXPECT_EQ(JXCofferSetValue(other.get(), nullptr, nullptr, nullptr, value.get()), nullptr);
+  EXPECT_EQ(JXCofferSetValue(other.get(), nullptr, nullptr, nullptr, text("new").get()), nullptr);
   EXPECT_EQ(
       textOf(
           Ref<PVStringRef>::adopt(JXCofferCopyValue(other.get(), nullptr, nullptr, nullptr)).get()),
@@ -161,11 +158,10 @@ TEST_F(CofferItemLayer, FailedLookupsReadAsNoSecretAndFailedWritesAreIgnored) {
 
 TEST_F(CofferItemLayer, SecretThatIsNotTextReadsAsNoneAndIsNotReplaced) {
   addRawItem(service.get(), std::string("\xff\xfe", 2), kVltAttrAccessibleWhenUnlocked);
-  auto empty = text("");
-  EXPECT_EQ(copyValue(empty.get()), "(null)");
+  EXPECT_EQ(copyValue(text("").get()), "(null)");
   // The setter takes it for a missing item, adds, and the add is a duplicate.
-  auto value = text("text");
-  EXPECT_EQ(JXCofferSetValue(service.get(), nullptr, nullptr, nullptr, value.get()), nullptr);
+  EXPECT_EQ(JXCofferSetValue(service.get(), nullptr, nullptr, nullptr, text("text").get()),
+            nullptr);
   EXPECT_EQ(PTCallCount("VltItemAdd"), 2);
   EXPECT_EQ(PTCallCount("VltItemUpdate"), 0);
 }
@@ -195,11 +191,9 @@ TEST_F(CofferItemLayer, ImportFindsAStoredIdentityWhateverItsAccessibility) {
   // Stored earlier by someone else, readable only when unlocked.
   auto imported = Ref<PVArrayRef>();
   {
-    auto data = bytes(f.chainContainer);
-    auto pass = text(f.passphrase.c_str());
-    auto options = dict({{kVltImportExportPassphrase, pass.get()}});
+    auto options = dict({{kVltImportExportPassphrase, f.passphrase.c_str()}});
     PVArrayRef slot = nullptr;
-    ASSERT_EQ(VltPKCS12Import(data.get(), options.get(), &slot), kVltSuccess);
+    ASSERT_EQ(VltPKCS12Import(bytes(f.chainContainer).get(), options.get(), &slot), kVltSuccess);
     imported = Ref<PVArrayRef>::adopt(slot);
   }
   auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(imported.get(), 0));
@@ -277,8 +271,7 @@ TEST_F(CofferItemLayer, RemoveByReferenceDeletesOnlyThatItem) {
   EXPECT_TRUE(isStored(PVArrayGetValueAtIndex(references.get(), 2)));
 
   EXPECT_FALSE(JXCofferRemoveWithPersistentID(identity));
-  auto unknown = bytes("no such reference");
-  EXPECT_FALSE(JXCofferRemoveWithPersistentID(unknown.get()));
+  EXPECT_FALSE(JXCofferRemoveWithPersistentID(bytes("no such reference").get()));
   // A null reference reaches the Coffer, which refuses it; nothing is deleted.
   PTReset();
   EXPECT_FALSE(JXCofferRemoveWithPersistentID(nullptr));
@@ -287,13 +280,13 @@ TEST_F(CofferItemLayer, RemoveByReferenceDeletesOnlyThatItem) {
 }
 
 TEST_F(CofferItemLayer, SecretsAndReferencesCrossProcesses) {
-  ASSERT_EQ(tw::test::runInChildProcess([&] {
-              auto value = text("from the child");
-              Ref<PVTypeRef>::adopt(JXCofferSetValue(service.get(), account.get(), nullptr,
-                                                     description.get(), value.get()));
-              return true;
-            }),
-            0);
+  ASSERT_EQ(
+      tw::test::runInChildProcess([&] {
+        Ref<PVTypeRef>::adopt(JXCofferSetValue(service.get(), account.get(), nullptr,
+                                               description.get(), text("from the child").get()));
+        return true;
+      }),
+      0);
   EXPECT_EQ(copyValue(account.get()), "from the child");
 
   std::string referenceFile = storeDir() + "/reference";

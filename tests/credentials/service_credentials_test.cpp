@@ -84,12 +84,10 @@ void expectItem(const ItemName &name, const char *secret) {
 
 // A stored item and its persistent reference.
 pv::Ref<PVDataRef> storeItem(const char *service) {
-  auto name = text(service);
-  auto secret = tw::test::bytes("x");
   PVTypeRef reference = nullptr;
   EXPECT_EQ(VltItemAdd(tw::test::dict({{kVltClass, kVltClassGenericPassword},
-                                       {kVltAttrService, name.get()},
-                                       {kVltValueData, secret.get()},
+                                       {kVltAttrService, service},
+                                       {kVltValueData, tw::test::bytes("x").get()},
                                        {kVltReturnPersistentRef, kPVBooleanTrue}})
                            .get(),
                        &reference),

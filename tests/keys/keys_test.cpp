@@ -24,9 +24,7 @@ TEST(LibraryConstants, AreImmortal) {
 TEST(LibraryConstants, CallerMadeStringOfEqualTextWorksAsADictionaryKey) {
   auto key = text("VPNType");
   ASSERT_NE(key.get(), kJXVPNTypeKey);
-  const PVTypeRef keys[] = {key.get()};
-  const PVTypeRef values[] = {kZNEntNetL2TP};
-  auto payload = tw::test::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
+  auto payload = tw::test::dict({{key.get(), kZNEntNetL2TP}});
   EXPECT_EQ(PVDictionaryGetValue(payload.get(), kJXVPNTypeKey), kZNEntNetL2TP);
 }
 

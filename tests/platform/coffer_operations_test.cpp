@@ -21,16 +21,13 @@ class CofferItems : public tw::test::StoreTest {
   // Adds a generic password; returns its persistent reference.
   Ref<PVTypeRef> addPassword(const char *service, const char *account, const std::string &secret,
                              PVStringRef accessible = nullptr) {
-    auto s = text(service);
-    auto a = account ? text(account) : Ref<PVStringRef>();
-    auto d = bytes(secret);
     auto attributes = Ref<PVMutableDictionaryRef>::adopt(
         PVDictionaryCreateMutableCopy(dict({{kVltClass, kVltClassGenericPassword},
-                                            {kVltAttrService, s.get()},
-                                            {kVltValueData, d.get()},
+                                            {kVltAttrService, service},
+                                            {kVltValueData, bytes(secret).get()},
                                             {kVltReturnPersistentRef, kPVBooleanTrue}})
                                           .get()));
-    if (a) PVDictionarySetValue(attributes.get(), kVltAttrAccount, a.get());
+    if (account) PVDictionarySetValue(attributes.get(), kVltAttrAccount, text(account).get());
     if (accessible) PVDictionarySetValue(attributes.get(), kVltAttrAccessible, accessible);
     PVTypeRef reference = nullptr;
     EXPECT_EQ(VltItemAdd(attributes.get(), &reference), kVltSuccess);
@@ -64,8 +61,7 @@ class CofferItems : public tw::test::StoreTest {
   Ref<PVTypeRef> leafIdentity() {
     const auto &f = tw::test::pkcs12Fixtures();
     auto container = bytes(f.chainContainer);
-    auto pass = text(f.passphrase.c_str());
-    auto options = dict({{kVltImportExportPassphrase, pass.get()}});
+    auto options = dict({{kVltImportExportPassphrase, f.passphrase.c_str()}});
     PVArrayRef items = nullptr;
     EXPECT_EQ(VltPKCS12Import(container.get(), options.get(), &items), kVltSuccess);
     auto owned = Ref<PVArrayRef>::adopt(items);
@@ -80,19 +76,14 @@ TEST_F(CofferItems, GenericPasswordsAreUniqueByServiceAndAccount) {
   addPassword("vpn", nullptr, "three");  // no account is a value of its own
   addPassword("other", "alice", "four");
 
-  auto s = text("vpn");
-
-  auto a = text("alice");
-
-  auto d = bytes("five");
   auto again = dict({{kVltClass, kVltClassGenericPassword},
-                     {kVltAttrService, s.get()},
-                     {kVltAttrAccount, a.get()},
-                     {kVltValueData, d.get()}});
+                     {kVltAttrService, "vpn"},
+                     {kVltAttrAccount, "alice"},
+                     {kVltValueData, bytes("five").get()}});
   PVTypeRef result = nullptr;
   EXPECT_EQ(VltItemAdd(again.get(), &result), kVltErrorDuplicateItem);
   EXPECT_EQ(result, nullptr);
-  EXPECT_EQ(secretOf(dict({{kVltAttrService, s.get()}, {kVltAttrAccount, a.get()}}).get()), "one");
+  EXPECT_EQ(secretOf(dict({{kVltAttrService, "vpn"}, {kVltAttrAccount, "alice"}}).get()), "one");
 }
 
 TEST_F(CofferItems, CertificatesAndIdentitiesAreUniqueByTheirCertificate) {
@@ -112,15 +103,13 @@ TEST_F(CofferItems, CertificatesAndIdentitiesAreUniqueByTheirCertificate) {
 }
 
 TEST_F(CofferItems, AddHandsOutAReferenceOnlyWhenAskedAndDefaultsToWhenUnlocked) {
-  auto s = text("svc");
-  auto d = bytes("secret");
   auto attributes = dict({{kVltClass, kVltClassGenericPassword},
-                          {kVltAttrService, s.get()},
-                          {kVltValueData, d.get()}});
+                          {kVltAttrService, "svc"},
+                          {kVltValueData, bytes("secret").get()}});
   PVTypeRef result = nullptr;
   ASSERT_EQ(VltItemAdd(attributes.get(), &result), kVltSuccess);
   EXPECT_EQ(result, nullptr);
-  auto stored = attributesOf(dict({{kVltAttrService, s.get()}}).get());
+  auto stored = attributesOf(dict({{kVltAttrService, "svc"}}).get());
   EXPECT_EQ(PVDictionaryGetValue(stored.get(), kVltAttrAccessible),
             static_cast<PVTypeRef>(kVltAttrAccessibleWhenUnlocked));
 
@@ -134,13 +123,12 @@ TEST_F(CofferItems, AddHandsOutAReferenceOnlyWhenAskedAndDefaultsToWhenUnlocked)
 TEST_F(CofferItems, IllFormedAttributesAreRefusedAndStoreNothing) {
   auto s = text("svc");
   auto d = bytes("secret");
-  auto other = text("sometimes");
   auto number = Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(7));
   auto ca = certificate(tw::test::pkcs12Fixtures().caCertificate);
   const Ref<PVDictionaryRef> refused[] = {
       dict({{kVltAttrService, s.get()}, {kVltValueData, d.get()}}),  // no class, no object
       dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrService, number.get()}}),
-      dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrAccessible, other.get()}}),
+      dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrAccessible, "sometimes"}}),
       dict({{kVltClass, kVltClassGenericPassword}, {kVltValueData, s.get()}}),
       dict({{kVltClass, kVltClassGenericPassword}, {s.get(), d.get()}}),  // unknown key
       dict({{kVltClass, kVltClassGenericPassword}, {kVltReturnData, kPVBooleanTrue}}),
@@ -159,28 +147,19 @@ TEST_F(CofferItems, IllFormedAttributesAreRefusedAndStoreNothing) {
 TEST_F(CofferItems, AbsentAttributesMatchAnyValueAndPresentOnesMustBeEqual) {
   addPassword("vpn", "alice", "first");
   addPassword("vpn", "bob", "second");
-  auto vpn = text("vpn");
-  auto bob = text("bob");
-  auto carol = text("carol");
-  auto label = text("label");
-  EXPECT_EQ(secretOf(dict({{kVltAttrService, vpn.get()}}).get()), "first");  // stored first
-  EXPECT_EQ(secretOf(dict({{kVltAttrService, vpn.get()}, {kVltAttrAccount, bob.get()}}).get()),
-            "second");
+  EXPECT_EQ(secretOf(dict({{kVltAttrService, "vpn"}}).get()), "first");  // stored first
+  EXPECT_EQ(secretOf(dict({{kVltAttrService, "vpn"}, {kVltAttrAccount, "bob"}}).get()), "second");
   EXPECT_EQ(secretOf(dict({{kVltClass, kVltClassGenericPassword}}).get()), "first");
   const std::string notFound = "<" + std::to_string(kVltErrorItemNotFound) + ">";
-  EXPECT_EQ(secretOf(dict({{kVltAttrService, vpn.get()}, {kVltAttrAccount, carol.get()}}).get()),
-            notFound);
-  EXPECT_EQ(secretOf(dict({{kVltAttrService, vpn.get()}, {kVltAttrLabel, label.get()}}).get()),
-            notFound);
+  EXPECT_EQ(secretOf(dict({{kVltAttrService, "vpn"}, {kVltAttrAccount, "carol"}}).get()), notFound);
+  EXPECT_EQ(secretOf(dict({{kVltAttrService, "vpn"}, {kVltAttrLabel, "label"}}).get()), notFound);
   EXPECT_EQ(secretOf(dict({{kVltClass, kVltClassCertificate}}).get()), notFound);
 }
 
 TEST_F(CofferItems, LookupsHandBackWhatTheQueryAsksFor) {
   auto reference = addPassword("vpn", "alice", "secret", kVltAttrAccessibleAfterFirstUnlock);
-  auto vpn = text("vpn");
-
   PVTypeRef result = nullptr;
-  ASSERT_EQ(VltItemCopyMatching(dict({{kVltAttrService, vpn.get()}}).get(), &result), kVltSuccess);
+  ASSERT_EQ(VltItemCopyMatching(dict({{kVltAttrService, "vpn"}}).get(), &result), kVltSuccess);
   auto plain = Ref<PVTypeRef>::adopt(result);
   EXPECT_TRUE(PVEqual(plain.get(), reference.get()));  // no return key: the reference
 
@@ -199,9 +178,9 @@ TEST_F(CofferItems, LookupsHandBackWhatTheQueryAsksFor) {
   EXPECT_EQ(PVDictionaryGetValue(both.get(), kVltClass),
             static_cast<PVTypeRef>(kVltClassGenericPassword));
 
-  EXPECT_EQ(VltItemCopyMatching(dict({{kVltAttrService, vpn.get()}}).get(), nullptr), kVltSuccess);
-  auto d = bytes("secret");
-  EXPECT_EQ(VltItemCopyMatching(dict({{kVltValueData, d.get()}}).get(), nullptr), kVltErrorParam);
+  EXPECT_EQ(VltItemCopyMatching(dict({{kVltAttrService, "vpn"}}).get(), nullptr), kVltSuccess);
+  EXPECT_EQ(VltItemCopyMatching(dict({{kVltValueData, bytes("secret").get()}}).get(), nullptr),
+            kVltErrorParam);
 }
 
 TEST_F(CofferItems, AnObjectFindsTheItemStoredForIt) {
@@ -235,18 +214,14 @@ TEST_F(CofferItems, UpdateChangesEveryMatchAndKeepsAccessibilityUnlessListed) {
   addPassword("vpn", "alice", "a", kVltAttrAccessibleWhenUnlocked);
   addPassword("vpn", "bob", "b", kVltAttrAccessibleAfterFirstUnlock);
   addPassword("other", "carol", "c");
-  auto vpn = text("vpn");
-  auto alice = text("alice");
-  auto bob = text("bob");
-  auto d = bytes("new");
-  ASSERT_EQ(VltItemUpdate(dict({{kVltAttrService, vpn.get()}}).get(),
-                          dict({{kVltValueData, d.get()}}).get()),
+  ASSERT_EQ(VltItemUpdate(dict({{kVltAttrService, "vpn"}}).get(),
+                          dict({{kVltValueData, bytes("new").get()}}).get()),
             kVltSuccess);
-  auto aliceQuery = dict({{kVltAttrService, vpn.get()}, {kVltAttrAccount, alice.get()}});
-  auto bobQuery = dict({{kVltAttrService, vpn.get()}, {kVltAttrAccount, bob.get()}});
+  auto aliceQuery = dict({{kVltAttrService, "vpn"}, {kVltAttrAccount, "alice"}});
+  auto bobQuery = dict({{kVltAttrService, "vpn"}, {kVltAttrAccount, "bob"}});
   EXPECT_EQ(secretOf(aliceQuery.get()), "new");
   EXPECT_EQ(secretOf(bobQuery.get()), "new");
-  EXPECT_EQ(secretOf(dict({{kVltAttrAccount, text("carol").get()}}).get()), "c");
+  EXPECT_EQ(secretOf(dict({{kVltAttrAccount, "carol"}}).get()), "c");
   EXPECT_EQ(PVDictionaryGetValue(attributesOf(aliceQuery.get()).get(), kVltAttrAccessible),
             static_cast<PVTypeRef>(kVltAttrAccessibleWhenUnlocked));
   EXPECT_EQ(PVDictionaryGetValue(attributesOf(bobQuery.get()).get(), kVltAttrAccessible),
@@ -262,23 +237,19 @@ TEST_F(CofferItems, UpdateChangesEveryMatchAndKeepsAccessibilityUnlessListed) {
 TEST_F(CofferItems, UpdateThatWouldMakeADuplicateChangesNothing) {
   addPassword("vpn", "alice", "a");
   addPassword("vpn", "bob", "b");
-  auto vpn = text("vpn");
-  auto alice = text("alice");
-  auto bob = text("bob");
   auto d = bytes("new");
   // Both would become (vpn, alice): the whole update is refused.
-  EXPECT_EQ(VltItemUpdate(dict({{kVltAttrService, vpn.get()}}).get(),
-                          dict({{kVltAttrAccount, alice.get()}, {kVltValueData, d.get()}}).get()),
+  EXPECT_EQ(VltItemUpdate(dict({{kVltAttrService, "vpn"}}).get(),
+                          dict({{kVltAttrAccount, "alice"}, {kVltValueData, d.get()}}).get()),
             kVltErrorDuplicateItem);
-  EXPECT_EQ(secretOf(dict({{kVltAttrAccount, alice.get()}}).get()), "a");
-  EXPECT_EQ(secretOf(dict({{kVltAttrAccount, bob.get()}}).get()), "b");
+  EXPECT_EQ(secretOf(dict({{kVltAttrAccount, "alice"}}).get()), "a");
+  EXPECT_EQ(secretOf(dict({{kVltAttrAccount, "bob"}}).get()), "b");
 
-  auto nobody = text("nobody");
-  EXPECT_EQ(VltItemUpdate(dict({{kVltAttrAccount, nobody.get()}}).get(),
+  EXPECT_EQ(VltItemUpdate(dict({{kVltAttrAccount, "nobody"}}).get(),
                           dict({{kVltValueData, d.get()}}).get()),
             kVltErrorItemNotFound);
   EXPECT_EQ(VltItemUpdate(dict({}).get(), dict({{kVltValueData, d.get()}}).get()), kVltErrorParam);
-  EXPECT_EQ(VltItemUpdate(dict({{kVltAttrAccount, bob.get()}}).get(),
+  EXPECT_EQ(VltItemUpdate(dict({{kVltAttrAccount, "bob"}}).get(),
                           dict({{kVltClass, kVltClassCertificate}}).get()),
             kVltErrorParam);
 }
@@ -288,16 +259,14 @@ TEST_F(CofferItems, DeleteRemovesEveryMatchOrExactlyTheReferencedItem) {
   auto second = addPassword("vpn", "bob", "b");
   addPassword("other", "carol", "c");
   addPassword("other", "dave", "d");
-  auto vpn = text("vpn");
-  auto other = text("other");
 
   EXPECT_EQ(VltItemDelete(dict({{kVltValuePersistentRef, second.get()}}).get()), kVltSuccess);
   EXPECT_EQ(VltItemDelete(dict({{kVltValuePersistentRef, second.get()}}).get()),
             kVltErrorItemNotFound);
-  EXPECT_EQ(secretOf(dict({{kVltAttrService, vpn.get()}}).get()), "a");
+  EXPECT_EQ(secretOf(dict({{kVltAttrService, "vpn"}}).get()), "a");
 
-  EXPECT_EQ(VltItemDelete(dict({{kVltAttrService, other.get()}}).get()), kVltSuccess);
-  EXPECT_EQ(VltItemCopyMatching(dict({{kVltAttrService, other.get()}}).get(), nullptr),
+  EXPECT_EQ(VltItemDelete(dict({{kVltAttrService, "other"}}).get()), kVltSuccess);
+  EXPECT_EQ(VltItemCopyMatching(dict({{kVltAttrService, "other"}}).get(), nullptr),
             kVltErrorItemNotFound);
 
   // An empty query would name every item; it names none.
@@ -308,10 +277,9 @@ TEST_F(CofferItems, DeleteRemovesEveryMatchOrExactlyTheReferencedItem) {
 
 TEST_F(CofferItems, EachOperationFailsOnItsPlannedCallAndIsCounted) {
   auto reference = addPassword("vpn", "alice", "a");
-  auto vpn = text("vpn");
   auto d = bytes("new");
-  auto query = dict({{kVltAttrService, vpn.get()}});
-  auto added = dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrService, text("x").get()}});
+  auto query = dict({{kVltAttrService, "vpn"}});
+  auto added = dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrService, "x"}});
   PTReset();
 
   PTFailNthCall("VltItemAdd", 1);

@@ -21,8 +21,7 @@ class CofferImport : public tw::test::StoreTest {
  protected:
   VltStatus import(const std::string &container, const char *passphrase, Ref<PVArrayRef> &items) {
     auto data = tw::test::bytes(container);
-    auto pass = tw::test::text(passphrase);
-    auto options = tw::test::dict({{kVltImportExportPassphrase, pass.get()}});
+    auto options = tw::test::dict({{kVltImportExportPassphrase, passphrase}});
     PVArrayRef slot = nullptr;
     VltStatus status = VltPKCS12Import(data.get(), options.get(), &slot);
     items = Ref<PVArrayRef>::adopt(slot);
@@ -88,7 +87,7 @@ TEST_F(CofferImport, BadInputsFailWithTheirOwnStatusAndHandBackNothing) {
 
   PVArrayRef slot = nullptr;
   auto data = tw::test::bytes(f.chainContainer);
-  auto empty = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(nullptr, nullptr, 0));
+  auto empty = tw::test::dict({});
   EXPECT_EQ(VltPKCS12Import(nullptr, empty.get(), &slot), kVltErrorParam);
   EXPECT_EQ(VltPKCS12Import(data.get(), empty.get(), &slot), kVltErrorParam);  // no passphrase
   EXPECT_EQ(VltPKCS12Import(data.get(), nullptr, &slot), kVltErrorParam);
@@ -100,9 +99,7 @@ TEST_F(CofferImport, ImportStoresNothing) {
   ASSERT_EQ(import(f.chainContainer, f.passphrase.c_str(), items), kVltSuccess);
   EXPECT_EQ(PTCofferWriteCount(), 0);
   auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(items.get(), 0));
-  const PVTypeRef keys[] = {kVltValueRef};
-  const PVTypeRef values[] = {PVDictionaryGetValue(item, kVltImportItemIdentity)};
-  auto query = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
+  auto query = tw::test::dict({{kVltValueRef, PVDictionaryGetValue(item, kVltImportItemIdentity)}});
   EXPECT_EQ(VltItemCopyMatching(query.get(), nullptr), kVltErrorItemNotFound);
 }
 

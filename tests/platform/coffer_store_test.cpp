@@ -20,7 +20,6 @@ using tw::test::bytes;
 using tw::test::dict;
 using tw::test::fileBytes;
 using tw::test::Ref;
-using tw::test::text;
 
 mode_t modeOf(const std::string &path) {
   struct stat info {};
@@ -32,19 +31,16 @@ class CofferStore : public tw::test::StoreTest {
   std::string dbPath() const { return storeDir() + "/coffer.db"; }
 
   VltStatus addPassword(const char *service, const char *secret, PVTypeRef *reference) {
-    auto s = text(service);
-    auto d = bytes(secret);
     return VltItemAdd(dict({{kVltClass, kVltClassGenericPassword},
-                            {kVltAttrService, s.get()},
-                            {kVltValueData, d.get()},
+                            {kVltAttrService, service},
+                            {kVltValueData, bytes(secret).get()},
                             {kVltReturnPersistentRef, kPVBooleanTrue}})
                           .get(),
                       reference);
   }
 
   bool hasPassword(const char *service) {
-    auto s = text(service);
-    return VltItemCopyMatching(dict({{kVltAttrService, s.get()}}).get(), nullptr) == kVltSuccess;
+    return VltItemCopyMatching(dict({{kVltAttrService, service}}).get(), nullptr) == kVltSuccess;
   }
 };
 
@@ -69,13 +65,12 @@ TEST_F(CofferStore, DamagedFileFailsEveryOperationAndIsLeftAsItWas) {
   for (size_t i = 0; i < garbage.size(); ++i) garbage[i] = static_cast<char>(i * 7919 % 251);
   for (const std::string &content : {garbage, std::string("not a database\n")}) {
     { std::ofstream(dbPath(), std::ios::binary | std::ios::trunc) << content; }
-    auto s = text("svc");
-    auto query = dict({{kVltAttrService, s.get()}});
-    auto d = bytes("x");
+    auto query = dict({{kVltAttrService, "svc"}});
     PVTypeRef result = nullptr;
     EXPECT_EQ(addPassword("svc", "secret", &result), kVltErrorStore);
     EXPECT_EQ(VltItemCopyMatching(query.get(), &result), kVltErrorStore);
-    EXPECT_EQ(VltItemUpdate(query.get(), dict({{kVltValueData, d.get()}}).get()), kVltErrorStore);
+    EXPECT_EQ(VltItemUpdate(query.get(), dict({{kVltValueData, bytes("x").get()}}).get()),
+              kVltErrorStore);
     EXPECT_EQ(VltItemDelete(query.get()), kVltErrorStore);
     EXPECT_EQ(result, nullptr);
     EXPECT_EQ(fileBytes(dbPath()), content);

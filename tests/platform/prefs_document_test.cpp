@@ -16,7 +16,7 @@ Ref<PVDictionaryRef> everyKindOfValue() {
   auto fraction = Ref<PVNumberRef>::adopt(PVNumberCreateWithDouble(0.1));
   auto umlaut = text("ü");
   auto list = array({umlaut.get(), integer.get(), kPVBooleanFalse});
-  return dict({{"String", text("text").get()},
+  return dict({{"String", "text"},
                {"Integer", integer.get()},
                {"Whole", whole.get()},
                {"Fraction", fraction.get()},

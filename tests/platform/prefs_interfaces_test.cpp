@@ -7,10 +7,6 @@ namespace {
 
 using NetworkInterface = StoreTest;
 
-Ref<PVDictionaryRef> dictionary(const char *key, const char *value) {
-  return dict({{key, text(value).get()}});
-}
-
 Ref<ZNNetworkInterfaceRef> layer(ZNNetworkInterfaceRef below, PVStringRef type) {
   return Ref<ZNNetworkInterfaceRef>::adopt(ZNNetworkInterfaceCreateWithInterface(below, type));
 }
@@ -36,24 +32,24 @@ TEST_F(NetworkInterface, ServicesKeepTheChainTheyWereCreatedOn) {
   PVRelease(kZNNetworkInterfaceIPv4);
   EXPECT_EQ(textOf(ZNNetworkInterfaceGetInterfaceType(kZNNetworkInterfaceIPv4)), "IPv4");
   EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(kZNNetworkInterfaceIPv4,
-                                                  dictionary("Router", "10.0.0.1").get()));
+                                                  dict({{"Router", "10.0.0.1"}}).get()));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
 }
 
 TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto l2tp = layer(kZNNetworkInterfaceIPv4, kZNEntNetL2TP);
-  ZNNetworkInterfaceSetConfiguration(l2tp.get(), dictionary("Transport", "IPSec").get());
+  ZNNetworkInterfaceSetConfiguration(l2tp.get(), dict({{"Transport", "IPSec"}}).get());
   auto ppp = layer(l2tp.get(), kZNNetworkInterfaceTypePPP);
   auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs.get(), ppp.get()));
   // The free-standing layers were copied: changing them now reaches nothing.
-  ZNNetworkInterfaceSetConfiguration(l2tp.get(), dictionary("Transport", "Changed").get());
+  ZNNetworkInterfaceSetConfiguration(l2tp.get(), dict({{"Transport", "Changed"}}).get());
 
   ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
   ZNNetworkInterfaceRef middle = ZNNetworkInterfaceGetInterface(outer);
   ZNNetworkInterfaceRef bottom = ZNNetworkInterfaceGetInterface(middle);
   EXPECT_TRUE(
-      PVEqual(ZNNetworkInterfaceGetConfiguration(middle), dictionary("Transport", "IPSec").get()));
+      PVEqual(ZNNetworkInterfaceGetConfiguration(middle), dict({{"Transport", "IPSec"}}).get()));
   EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(outer), nullptr);
 
   // What is stored is a copy: the caller's later changes do not reach it.
@@ -61,7 +57,7 @@ TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
   PVDictionarySetValue(mutableConfiguration.get(), text("AuthName").get(), text("ann").get());
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, mutableConfiguration.get()));
   PVDictionarySetValue(mutableConfiguration.get(), text("AuthName").get(), text("bob").get());
-  auto ann = dictionary("AuthName", "ann");
+  auto ann = dict({{"AuthName", "ann"}});
   EXPECT_TRUE(PVEqual(ZNNetworkInterfaceGetConfiguration(outer), ann.get()));
 
   ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), ann.get()));
@@ -72,7 +68,7 @@ TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
   EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()), nullptr);
 
   // The bottom IPv4 layer is the service's own.
-  ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(bottom, dictionary("Router", "r").get()));
+  ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(bottom, dict({{"Router", "r"}}).get()));
   EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(kZNNetworkInterfaceIPv4), nullptr);
 
   auto set = Ref<PVSetRef>::adopt(PVSetCreate(nullptr, 0, &kPVTypeSetCallBacks));

@@ -70,7 +70,7 @@ TEST_F(NetworkService, AddedProtocolHasNoConfigurationAndItsTypeIsAddedOnce) {
   EXPECT_EQ(ZNNetworkServiceCopyProtocol(service.get(), text("Missing").get()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
 
-  auto configuration = dict({{"PayloadUUID", text("1234").get()}});
+  auto configuration = dict({{"PayloadUUID", "1234"}});
   ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(protocol.get(), configuration.get()));
   // The configuration belongs to the session, not to the handle.
   PVDictionaryRef stored = ZNNetworkProtocolGetConfiguration(protocol.get());

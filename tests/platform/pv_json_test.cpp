@@ -59,16 +59,13 @@ TEST(PvJson, ValuesWithoutJsonFormAreReportedNotThrown) {
   EXPECT_NE(error.find("set"), std::string::npos);
 
   auto one = Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(1));
-  const PVTypeRef numberKey[] = {one.get()};
-  const PVTypeRef values[] = {one.get()};
-  auto numberKeyed = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(numberKey, values, 1));
-  EXPECT_FALSE(pv::json::toJson(numberKeyed.get(), out, error));
+  EXPECT_FALSE(pv::json::toJson(dict({{one.get(), one.get()}}).get(), out, error));
 
   auto infinity = Ref<PVNumberRef>::adopt(PVNumberCreateWithDouble(INFINITY));
   EXPECT_FALSE(pv::json::toJson(infinity.get(), out, error));
 
   // A dictionary that would read back as data.
-  EXPECT_FALSE(pv::json::toJson(dict({{"$data", text("AAAA").get()}}).get(), out, error));
+  EXPECT_FALSE(pv::json::toJson(dict({{"$data", "AAAA"}}).get(), out, error));
 }
 
 TEST(PvJson, JsonWithoutPropertyValueFormIsReportedNotThrown) {

@@ -46,20 +46,6 @@ TEST(ValueOwnership, EveryCreatorHandsOverExactlyOneReference) {
   PVRelease(text);
 }
 
-TEST(ValueOwnership, RetainAndReleaseMoveTheCountByOne) {
-  PVNumberRef number = PVNumberCreateWithInt64(7);
-  EXPECT_EQ(PVRetain(number), number);
-  PVRetain(number);
-  EXPECT_EQ(count(number), 3);
-  PVRelease(number);
-  EXPECT_EQ(count(number), 2);
-  PVRelease(number);
-  PVRelease(number);
-  PVRelease(nullptr);  // ignored
-  EXPECT_EQ(PVRetain(nullptr), nullptr);
-  EXPECT_EQ(count(nullptr), 0);
-}
-
 TEST(ValueOwnership, ImmortalValuesIgnoreRetainAndRelease) {
   const PVTypeRef immortals[] = {kPVBooleanTrue, kPVBooleanFalse, kZNEntNetIPv4};
   for (PVTypeRef value : immortals) {
@@ -200,9 +186,14 @@ TEST(RefHolder, AdoptTakesOverRetainAddsDestructionAndReleaseGiveBack) {
     EXPECT_EQ(count(text), 3);
   }
   EXPECT_EQ(count(text), 1);
+  EXPECT_EQ(PVRetain(text), text);
+  PVRelease(text);
   PVRelease(text);
 
   EXPECT_FALSE(pv::Ref<PVStringRef>::retain(nullptr));
+  PVRelease(nullptr);  // ignored
+  EXPECT_EQ(PVRetain(nullptr), nullptr);
+  EXPECT_EQ(count(nullptr), 0);
 
   auto holder = pv::Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
   PVMutableDictionaryRef handedOver = holder.release();

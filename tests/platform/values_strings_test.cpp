@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/pv_object.hpp"
+#include "support/test_support.hpp"
 #include "tarnwick/platform/ref.hpp"
 #include "tarnwick/platform/values.h"
 
@@ -42,14 +43,35 @@ Str fromBytes(const std::vector<uint8_t> &b, PVStringEncoding encoding) {
   return fromBytes(b, encoding, b.size());
 }
 
-TEST(StringCreation, RejectsInvalidUtf8AndEmbeddedNul) {
+TEST(StringCreation, DecodesEachEncodingAndRefusesWhatIsNotText) {
+  const struct {
+    std::vector<uint8_t> bytes;
+    PVStringEncoding encoding;
+    const char *expected;  // nullptr: refused
+  } cases[] = {
+      {kWideLE, kPVStringEncodingUTF16LE, kWideUtf8.c_str()},
+      {kWideBE, kPVStringEncodingUTF16BE, kWideUtf8.c_str()},
+      {kWideHost, kPVStringEncodingUTF16, kWideUtf8.c_str()},
+      // The same two bytes are a letter in one order and a lone surrogate in the other.
+      {{0x00, 0xD8}, kPVStringEncodingUTF16BE, "\u00d8"},
+      {{0x00, 0xD8}, kPVStringEncodingUTF16LE, nullptr},
+      {{0x3D, 0xD8}, kPVStringEncodingUTF16LE, nullptr},
+      // An odd UTF-16 byte count drops the last byte.
+      {{0x61, 0x00, 0x62}, kPVStringEncodingUTF16LE, "a"},
+      {{0x61}, kPVStringEncodingUTF16LE, ""},
+      {{'a', 0, 'b'}, kPVStringEncodingUTF8, nullptr},  // embedded NUL
+      {{0xE2, 0x82}, kPVStringEncodingUTF8, nullptr},
+  };
+  for (const auto &c : cases) {
+    auto made = fromBytes(c.bytes, c.encoding);
+    EXPECT_EQ(made ? text(made.get()) : "(refused)", c.expected ? c.expected : "(refused)")
+        << c.encoding << " case " << (&c - cases);
+  }
   EXPECT_EQ(PVStringCreateWithCString("\xC0\xAF"), nullptr);
   EXPECT_EQ(PVStringCreateWithCString("ok\xED\xA0\x80"), nullptr);
   EXPECT_EQ(PVStringCreateWithCString(nullptr), nullptr);
   const std::vector<uint8_t> withNul = {'a', 0, 'b'};
-  EXPECT_FALSE(fromBytes(withNul, kPVStringEncodingUTF8));
   EXPECT_EQ(text(fromBytes(withNul, kPVStringEncodingUTF8, 1).get()), "a");
-  EXPECT_FALSE(fromBytes({0xE2, 0x82}, kPVStringEncodingUTF8));
   EXPECT_EQ(PVStringCreateWithBytes(withNul.data(), -1, kPVStringEncodingUTF8), nullptr);
   EXPECT_EQ(PVStringCreateWithBytes(nullptr, 2, kPVStringEncodingUTF8), nullptr);
   EXPECT_EQ(PVStringCreateWithBytes(withNul.data(), 1, static_cast<PVStringEncoding>(9)), nullptr);
@@ -58,37 +80,16 @@ TEST(StringCreation, RejectsInvalidUtf8AndEmbeddedNul) {
   EXPECT_EQ(PVStringGetLength(empty.get()), 0);
 }
 
-TEST(StringCreation, DecodesUtf16InEachByteOrder) {
-  EXPECT_EQ(text(fromBytes(kWideLE, kPVStringEncodingUTF16LE).get()), kWideUtf8);
-  EXPECT_EQ(text(fromBytes(kWideBE, kPVStringEncodingUTF16BE).get()), kWideUtf8);
-  EXPECT_EQ(text(fromBytes(kWideHost, kPVStringEncodingUTF16).get()), kWideUtf8);
-  // The same two bytes are a letter in one order and a lone surrogate in the other.
-  EXPECT_EQ(text(fromBytes({0x00, 0xD8}, kPVStringEncodingUTF16BE).get()), "\u00d8");
-  EXPECT_FALSE(fromBytes({0x00, 0xD8}, kPVStringEncodingUTF16LE));
-}
-
-TEST(StringCreation, OddUtf16ByteCountDropsTheLastByte) {
-  EXPECT_EQ(text(fromBytes({0x61, 0x00, 0x62}, kPVStringEncodingUTF16LE).get()), "a");
-  auto nothing = fromBytes({0x61}, kPVStringEncodingUTF16LE);
-  ASSERT_TRUE(nothing);
-  EXPECT_EQ(text(nothing.get()), "");
-}
-
 TEST(StringCreation, UnpairedSurrogatesGiveNull) {
-  const uint16_t loneHigh[] = {'a', 0xD83D};
-  const uint16_t highThenLetter[] = {0xD83D, 'a'};
-  const uint16_t twoHighs[] = {0xD83D, 0xD83D};
-  const uint16_t loneLow[] = {0xDE00, 'a'};
-  const uint16_t reversed[] = {0xDE00, 0xD83D};
+  // Lone high, lone low, high then letter, two highs, reversed, a pair cut in half.
+  const std::vector<std::vector<uint16_t>> unpaired = {
+      {'a', 0xD83D}, {0xDE00, 'a'}, {0xD83D, 'a'}, {0xD83D, 0xD83D}, {0xDE00, 0xD83D}, {0xD83D}};
+  for (const auto &units : unpaired) {
+    EXPECT_EQ(PVStringCreateWithCharacters(units.data(), static_cast<PVIndex>(units.size())),
+              nullptr);
+  }
   const uint16_t pair[] = {0xD83D, 0xDE00};
-  EXPECT_EQ(PVStringCreateWithCharacters(loneHigh, 2), nullptr);
-  EXPECT_EQ(PVStringCreateWithCharacters(loneLow, 2), nullptr);
-  EXPECT_EQ(PVStringCreateWithCharacters(highThenLetter, 2), nullptr);
-  EXPECT_EQ(PVStringCreateWithCharacters(twoHighs, 2), nullptr);
-  EXPECT_EQ(PVStringCreateWithCharacters(reversed, 2), nullptr);
-  EXPECT_EQ(PVStringCreateWithCharacters(pair, 1), nullptr);  // pair cut in half
   EXPECT_EQ(text(Str::adopt(PVStringCreateWithCharacters(pair, 2)).get()), "\U0001F600");
-  EXPECT_FALSE(fromBytes({0x3D, 0xD8}, kPVStringEncodingUTF16LE));
 }
 
 TEST(StringContents, LengthCountsUtf16UnitsAndCharactersCopiesThem) {
@@ -165,15 +166,11 @@ TEST(StringFormat, PrintfConversionsMixWithValueDescriptions) {
 }
 
 TEST(StringFormat, ValueConversionPrintsDescriptions) {
-  auto name = Str::adopt(PVStringCreateWithCString("VPN \u00e9"));
+  auto name = tw::test::text("VPN \u00e9");
   auto number = pv::Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(42));
-  const uint8_t raw[] = {0xAB, 0x01};
-  auto data = pv::Ref<PVDataRef>::adopt(PVDataCreate(raw, 2));
-  const PVTypeRef members[] = {name.get(), number.get()};
-  auto array = pv::Ref<PVArrayRef>::adopt(PVArrayCreate(members, 2));
-  const PVTypeRef keys[] = {name.get()};
-  const PVTypeRef values[] = {array.get()};
-  auto dict = pv::Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
+  auto data = tw::test::bytes("\xAB\x01");
+  auto list = tw::test::array({name.get(), number.get()});
+  auto dict = tw::test::dict({{name.get(), list.get()}});
 
   EXPECT_EQ(formatted(PVStringCreateWithFormat("%s: This service(%@) exists, replacing it", "fn",
                                                name.get())),

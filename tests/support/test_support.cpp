@@ -59,9 +59,11 @@ Ref<PVArrayRef> array(std::vector<PVTypeRef> values) {
   return Ref<PVArrayRef>::adopt(PVArrayCreate(values.data(), static_cast<PVIndex>(values.size())));
 }
 
-Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictKey, PVTypeRef>> entries) {
+Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictItem, DictItem>> entries) {
   auto building = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
-  for (const auto &[key, value] : entries) PVDictionarySetValue(building.get(), key.value, value);
+  for (const auto &[key, value] : entries) {
+    PVDictionarySetValue(building.get(), key.value, value.value);
+  }
   return Ref<PVDictionaryRef>::adopt(PVDictionaryCreateCopy(building.get()));
 }
 

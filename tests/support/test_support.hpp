@@ -40,17 +40,17 @@ Ref<PVStringRef> text(const std::string &utf8);
 Ref<PVDataRef> bytes(const std::string &raw);
 Ref<PVArrayRef> array(std::vector<PVTypeRef> values);
 
-// A dictionary key: a value, or text that becomes a new string (never a
-// constant, so a C string is never taken for a value by accident).
-struct DictKey {
-  DictKey(PVTypeRef key) : value(key) {}
-  DictKey(const char *utf8) : made(text(utf8)), value(made.get()) {}
+// A dictionary key or value: a value, or text that becomes a new string
+// (never a constant, so a C string is never taken for one by accident).
+struct DictItem {
+  DictItem(PVTypeRef item) : value(item) {}
+  DictItem(const char *utf8) : made(text(utf8)), value(made.get()) {}
   Ref<PVStringRef> made;
   PVTypeRef value;
 };
 // An immutable dictionary. The values must live until it returns, as
 // temporaries of the calling expression do.
-Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictKey, PVTypeRef>> entries);
+Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictItem, DictItem>> entries);
 
 // The text of a string, or "(null)", or "(not a string)".
 std::string textOf(PVTypeRef string);
