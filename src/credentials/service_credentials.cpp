@@ -8,7 +8,7 @@
 
 #include <initializer_list>
 
-#include "platform/pv_object.hpp"
+#include "platform/values/object.hpp"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {

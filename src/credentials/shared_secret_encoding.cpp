@@ -12,7 +12,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/pv_object.hpp"
+#include "platform/values/object.hpp"
 #include "tarnwick.h"
 
 namespace {

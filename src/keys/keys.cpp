@@ -1,7 +1,7 @@
 // The library's exported constants. Each is an immortal string object; the
 // on-demand key is one object under two names because the configuration-type
 // classifier tells keys apart by identity.
-#include "platform/pv_object.hpp"
+#include "platform/values/object.hpp"
 #include "tarnwick.h"
 
 PV_DEFINE_CONSTANT_STRING(kJXVPNPayloadRootKey, "PayloadRoot")

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "platform/coffer_openssl.hpp"
+#include "platform/coffer/openssl.hpp"
 
 namespace tw::test {
 

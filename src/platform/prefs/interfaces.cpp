@@ -1,0 +1,155 @@
+// Interface layers. Three kinds share one handle type:
+//  - the platform's IPv4 interface, immortal and not configurable;
+//  - free-standing layers made by ZNNetworkInterfaceCreateWithInterface,
+//    which own their data and retain the layer below;
+//  - layers of a service in a session, named by service and depth, owned
+//    by the session and detached from it when it goes away.
+#include "platform/prefs/handles.hpp"
+
+namespace {
+
+using zn::fail;
+
+struct BaseIPv4Interface final : ZNNetworkInterface {
+  constexpr BaseIPv4Interface() : ZNNetworkInterface(true) {}
+  const zn::Layer &layer() const override {
+    static const zn::Layer base{zn::StringRef::retain(kZNNetworkInterfaceTypeIPv4), {}, {}};
+    return base;
+  }
+  zn::Layer &layerForChange() override { fail(kZNStatusInvalidArgument); }
+  ZNNetworkInterfaceRef below() const override { return nullptr; }
+};
+
+constinit BaseIPv4Interface baseIPv4;
+
+struct FreeLayer final : ZNNetworkInterface {
+  FreeLayer(ZNNetworkInterfaceRef underlying, zn::StringRef type)
+      : ZNNetworkInterface(false), below_(pv::Ref<ZNNetworkInterfaceRef>::retain(underlying)) {
+    data_.type = std::move(type);
+  }
+  const zn::Layer &layer() const override { return data_; }
+  zn::Layer &layerForChange() override { return data_; }
+  ZNNetworkInterfaceRef below() const override { return below_.get(); }
+
+ private:
+  zn::Layer data_;
+  const pv::Ref<ZNNetworkInterfaceRef> below_;
+};
+
+struct SessionLayer final : ZNNetworkInterface {
+  SessionLayer(ZNPreferences &session, zn::StringRef serviceId, size_t depth)
+      : ZNNetworkInterface(false),
+        session_(&session),
+        serviceId_(std::move(serviceId)),
+        depth_(depth) {}
+  const zn::Layer &layer() const override { return find(); }
+  zn::Layer &layerForChange() override {
+    zn::Layer &found = find();
+    session_->changed();
+    return found;
+  }
+  ZNNetworkInterfaceRef below() const override {
+    return depth_ + 1 < chain().size() ? session_->layerHandle(serviceId_, depth_ + 1) : nullptr;
+  }
+  void detach() { session_ = nullptr; }
+
+ private:
+  std::vector<zn::Layer> &chain() const {
+    if (!session_) fail(kZNStatusNoSuchObject);
+    return session_->service(zn::text(serviceId_.get())).chain;
+  }
+  zn::Layer &find() const {
+    std::vector<zn::Layer> &layers = chain();
+    if (depth_ >= layers.size()) fail(kZNStatusNoSuchObject);
+    return layers[depth_];
+  }
+
+  ZNPreferences *session_;  // not retained: the session owns this handle
+  const zn::StringRef serviceId_;
+  const size_t depth_;
+};
+
+}  // namespace
+
+ZNNetworkInterfaceRef ZNPreferences::layerHandle(const zn::StringRef &serviceId, size_t depth) {
+  auto key = std::make_pair(std::string(zn::text(serviceId.get())), depth);
+  auto found = layers_.find(key);
+  if (found != layers_.end()) return found->second;
+  auto handle = pv::Ref<ZNNetworkInterfaceRef>::adopt(new SessionLayer(*this, serviceId, depth));
+  layers_.emplace(std::move(key), handle.get());
+  return handle.release();  // the session's reference
+}
+
+void ZNPreferences::releaseLayerHandles() noexcept {
+  for (auto &[key, handle] : layers_) {
+    // A caller may still hold a reference; the handle then reports its
+    // layer as gone rather than reach a session that no longer exists.
+    static_cast<SessionLayer *>(handle)->detach();
+    PVRelease(handle);
+  }
+  layers_.clear();
+}
+
+extern "C" {
+
+const ZNNetworkInterfaceRef kZNNetworkInterfaceIPv4 = &baseIPv4;
+
+ZNNetworkInterfaceRef ZNNetworkInterfaceCreateWithInterface(ZNNetworkInterfaceRef interface,
+                                                            PVStringRef interfaceType) noexcept {
+  return zn::run(__func__, nullptr, [&] {
+    if (interface) zn::expectInterface(interface);
+    return new FreeLayer(interface, zn::copyString(zn::expectString(interfaceType)));
+  });
+}
+
+PVStringRef ZNNetworkInterfaceGetInterfaceType(ZNNetworkInterfaceRef interface) noexcept {
+  return zn::run(__func__, nullptr,
+                 [&] { return zn::expectInterface(interface).layer().type.get(); });
+}
+
+ZNNetworkInterfaceRef ZNNetworkInterfaceGetInterface(ZNNetworkInterfaceRef interface) noexcept {
+  return zn::run(__func__, nullptr, [&] { return zn::expectInterface(interface).below(); });
+}
+
+PVDictionaryRef ZNNetworkInterfaceGetConfiguration(ZNNetworkInterfaceRef interface) noexcept {
+  return zn::run(__func__, nullptr,
+                 [&] { return zn::expectInterface(interface).layer().configuration.get(); });
+}
+
+Boolean ZNNetworkInterfaceSetConfiguration(ZNNetworkInterfaceRef interface,
+                                           PVDictionaryRef configuration) noexcept {
+  return zn::run(__func__, false, [&] {
+    ZNNetworkInterface &layer = zn::expectInterface(interface);
+    zn::DictionaryRef copy = zn::storableConfiguration(configuration);
+    layer.layerForChange().configuration = std::move(copy);
+    return true;
+  });
+}
+
+PVDictionaryRef ZNNetworkInterfaceGetExtendedConfiguration(ZNNetworkInterfaceRef interface,
+                                                           PVStringRef entityType) noexcept {
+  return zn::run(__func__, nullptr, [&]() -> PVDictionaryRef {
+    const zn::Layer &layer = zn::expectInterface(interface).layer();
+    auto found = layer.extended.find(std::string(zn::text(zn::expectString(entityType))));
+    return found == layer.extended.end() ? nullptr : found->second.get();
+  });
+}
+
+Boolean ZNNetworkInterfaceSetExtendedConfiguration(ZNNetworkInterfaceRef interface,
+                                                   PVStringRef entityType,
+                                                   PVDictionaryRef configuration) noexcept {
+  return zn::run(__func__, false, [&] {
+    ZNNetworkInterface &layer = zn::expectInterface(interface);
+    std::string entity(zn::text(zn::expectString(entityType)));
+    zn::DictionaryRef copy = zn::storableConfiguration(configuration);
+    auto &extended = layer.layerForChange().extended;
+    if (copy) {
+      extended.insert_or_assign(std::move(entity), std::move(copy));
+    } else {
+      extended.erase(entity);
+    }
+    return true;
+  });
+}
+
+}  // extern "C"

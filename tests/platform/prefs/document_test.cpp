@@ -1,0 +1,75 @@
+// What a commit writes is what a new process reads: every kind of value,
+// every part of a service and of a set.
+#include "platform/prefs/support.hpp"
+#include "support/test_support.hpp"
+
+namespace tw::test {
+namespace {
+
+using PreferencesDocument = StoreTest;
+
+// The same every time it is built, in either process.
+Ref<PVDictionaryRef> everyKindOfValue() {
+  auto data = bytes(std::string("\0\xFF\x10", 3));
+  auto integer = Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(-42));
+  auto whole = Ref<PVNumberRef>::adopt(PVNumberCreateWithDouble(3.0));
+  auto fraction = Ref<PVNumberRef>::adopt(PVNumberCreateWithDouble(0.1));
+  auto umlaut = text("ü");
+  auto list = array({umlaut.get(), integer.get(), kPVBooleanFalse});
+  return dict({{"String", "text"},
+               {"Integer", integer.get()},
+               {"Whole", whole.get()},
+               {"Fraction", fraction.get()},
+               {"True", kPVBooleanTrue},
+               {"Data", data.get()},
+               {"Nested", dict({{"Array", list.get()}}).get()}});
+}
+
+bool readsBackEveryValue() {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+  if (PVArrayGetCount(services.get()) != 1) return false;
+  auto service = at<ZNNetworkServiceRef>(services.get(), 0);
+  auto expected = everyKindOfValue();
+  ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service);
+  PVDictionaryRef plain = ZNNetworkInterfaceGetConfiguration(outer);
+  auto protocol = Ref<ZNNetworkProtocolRef>::adopt(
+      ZNNetworkServiceCopyProtocol(service, kZNNetworkProtocolTypeProxies));
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(set.get()));
+  auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set.get()));
+  return chainTypes(outer) == "PPP/L2TP/IPv4" && PVEqual(plain, expected.get()) &&
+         PVNumberIsFloatType(
+             static_cast<PVNumberRef>(PVDictionaryGetValue(plain, text("Whole").get()))) &&
+         PVDictionaryGetValue(plain, text("True").get()) == kPVBooleanTrue &&
+         PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()),
+                 expected.get()) &&
+         PVEqual(ZNNetworkProtocolGetConfiguration(protocol.get()), expected.get()) &&
+         textOf(ZNNetworkServiceGetName(service)) == "Everything" &&
+         !ZNNetworkServiceGetEnabled(service) && PVEqual(selected.get(), service) &&
+         PVArrayGetCount(members.get()) == 1 && textOf(ZNNetworkSetGetName(set.get())) == "Renamed";
+}
+
+TEST_F(PreferencesDocument, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto service = createL2TPService(prefs.get(), "Everything");
+  auto values = everyKindOfValue();
+  ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
+  ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, values.get()));
+  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), values.get()));
+  auto protocol = Ref<ZNNetworkProtocolRef>::adopt(
+      ZNNetworkServiceCopyProtocol(service.get(), kZNNetworkProtocolTypeProxies));
+  ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(protocol.get(), values.get()));
+  ASSERT_TRUE(ZNNetworkServiceSetEnabled(service.get(), false));
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  ASSERT_TRUE(ZNNetworkSetAddService(set.get(), service.get()));
+  ASSERT_TRUE(ZNNetworkSetSetSelectedVPNService(set.get(), service.get()));
+  ASSERT_TRUE(ZNNetworkSetSetName(set.get(), text("Renamed").get()));
+  EXPECT_FALSE(readsBackEveryValue());  // not committed yet
+
+  ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
+  EXPECT_EQ(runInChildProcess(readsBackEveryValue), 0);
+}
+
+}  // namespace
+}  // namespace tw::test

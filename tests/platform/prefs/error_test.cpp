@@ -1,0 +1,43 @@
+// ZNError and failures planned through the testing interface.
+#include <thread>
+
+#include "platform/prefs/support.hpp"
+#include "support/test_support.hpp"
+#include "tarnwick/platform/testing.h"
+
+namespace tw::test {
+namespace {
+
+using PreferencesError = StoreTest;
+
+TEST_F(PreferencesError, LastErrorIsKeptPerThreadAndLeftAloneBySuccess) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  EXPECT_FALSE(ZNPreferencesUnlock(prefs.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNotLocked);
+  ASSERT_TRUE(ZNPreferencesLock(prefs.get(), false));
+  EXPECT_EQ(ZNError(), kZNStatusNotLocked);  // success leaves it
+  int otherThread = -1;
+  std::thread([&] { otherThread = ZNError(); }).join();
+  EXPECT_EQ(otherThread, kZNStatusOK);
+  EXPECT_EQ(ZNNetworkServiceCreate(prefs.get(), nullptr), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_FALSE(ZNNetworkServiceSetName(reinterpret_cast<ZNNetworkServiceRef>(prefs.get()),
+                                       text("wrong handle kind").get()));
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+}
+
+TEST_F(PreferencesError, PlannedFailureGivesTheFailureResultAndChangesNothing) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto service = createL2TPService(prefs.get(), "Planned");
+  PTFailNthCall("ZNNetworkServiceGetName", 1);
+  EXPECT_EQ(ZNNetworkServiceGetName(service.get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInjected);
+  EXPECT_EQ(textOf(ZNNetworkServiceGetName(service.get())), "Planned");
+
+  PTFailNthCall("ZNNetworkServiceSetName", 1);
+  EXPECT_FALSE(ZNNetworkServiceSetName(service.get(), text("Lost").get()));
+  EXPECT_EQ(textOf(ZNNetworkServiceGetName(service.get())), "Planned");
+}
+
+}  // namespace
+}  // namespace tw::test

@@ -1,0 +1,99 @@
+// Interface chains and the configurations of their layers.
+#include "platform/prefs/support.hpp"
+#include "support/test_support.hpp"
+
+namespace tw::test {
+namespace {
+
+using NetworkInterface = StoreTest;
+
+Ref<ZNNetworkInterfaceRef> layer(ZNNetworkInterfaceRef below, PVStringRef type) {
+  return Ref<ZNNetworkInterfaceRef>::adopt(ZNNetworkInterfaceCreateWithInterface(below, type));
+}
+
+TEST_F(NetworkInterface, ServicesKeepTheChainTheyWereCreatedOn) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto l2tp = layer(kZNNetworkInterfaceIPv4, kZNEntNetL2TP);
+  auto vendor = layer(kZNNetworkInterfaceIPv4, text("com.example.vendor").get());
+  auto chains = {std::make_pair(layer(kZNNetworkInterfaceIPv4, kZNEntNetIPSec), "IPSec/IPv4"),
+                 std::make_pair(layer(l2tp.get(), kZNNetworkInterfaceTypePPP), "PPP/L2TP/IPv4"),
+                 std::make_pair(layer(vendor.get(), kZNNetworkInterfaceTypeVPN),
+                                "VPN/com.example.vendor/IPv4"),
+                 std::make_pair(layer(nullptr, kZNNetworkInterfaceTypePPP), "PPP")};
+  for (const auto &[outer, expected] : chains) {
+    auto service =
+        Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs.get(), outer.get()));
+    EXPECT_EQ(chainTypes(ZNNetworkServiceGetInterface(service.get())), expected);
+  }
+  EXPECT_EQ(ZNNetworkInterfaceCreateWithInterface(kZNNetworkInterfaceIPv4, nullptr), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+
+  // The platform's IPv4 interface is shared by every chain: immortal, unconfigurable.
+  PVRelease(kZNNetworkInterfaceIPv4);
+  EXPECT_EQ(textOf(ZNNetworkInterfaceGetInterfaceType(kZNNetworkInterfaceIPv4)), "IPv4");
+  EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(kZNNetworkInterfaceIPv4,
+                                                  dict({{"Router", "10.0.0.1"}}).get()));
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+}
+
+TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto l2tp = layer(kZNNetworkInterfaceIPv4, kZNEntNetL2TP);
+  ZNNetworkInterfaceSetConfiguration(l2tp.get(), dict({{"Transport", "IPSec"}}).get());
+  auto ppp = layer(l2tp.get(), kZNNetworkInterfaceTypePPP);
+  auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs.get(), ppp.get()));
+  // The free-standing layers were copied: changing them now reaches nothing.
+  ZNNetworkInterfaceSetConfiguration(l2tp.get(), dict({{"Transport", "Changed"}}).get());
+
+  ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
+  ZNNetworkInterfaceRef middle = ZNNetworkInterfaceGetInterface(outer);
+  ZNNetworkInterfaceRef bottom = ZNNetworkInterfaceGetInterface(middle);
+  EXPECT_TRUE(
+      PVEqual(ZNNetworkInterfaceGetConfiguration(middle), dict({{"Transport", "IPSec"}}).get()));
+  EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(outer), nullptr);
+
+  // What is stored is a copy: the caller's later changes do not reach it.
+  auto mutableConfiguration = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
+  PVDictionarySetValue(mutableConfiguration.get(), text("AuthName").get(), text("ann").get());
+  ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, mutableConfiguration.get()));
+  PVDictionarySetValue(mutableConfiguration.get(), text("AuthName").get(), text("bob").get());
+  auto ann = dict({{"AuthName", "ann"}});
+  EXPECT_TRUE(PVEqual(ZNNetworkInterfaceGetConfiguration(outer), ann.get()));
+
+  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), ann.get()));
+  EXPECT_TRUE(
+      PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()), ann.get()));
+  EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(middle, text("EAP").get()), nullptr);
+  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), nullptr));
+  EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()), nullptr);
+
+  // The bottom IPv4 layer is the service's own.
+  ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(bottom, dict({{"Router", "r"}}).get()));
+  EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(kZNNetworkInterfaceIPv4), nullptr);
+
+  auto set = Ref<PVSetRef>::adopt(PVSetCreate(nullptr, 0, &kPVTypeSetCallBacks));
+  EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(outer, dict({{"Unstorable", set.get()}}).get()));
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_TRUE(PVEqual(ZNNetworkInterfaceGetConfiguration(outer), ann.get()));
+}
+
+TEST_F(NetworkInterface, LayerHandlesOutliveTheirServiceAndTheirSession) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto service = createL2TPService(prefs.get(), "Short-lived");
+  auto outer = Ref<ZNNetworkInterfaceRef>::retain(ZNNetworkServiceGetInterface(service.get()));
+  PVIndex sessionRefs = PVGetRetainCount(prefs.get());
+  ZNNetworkInterfaceGetInterface(outer.get());
+  EXPECT_EQ(PVGetRetainCount(prefs.get()), sessionRefs);  // the session owns its layer handles
+
+  ASSERT_TRUE(ZNNetworkServiceRemove(service.get()));
+  EXPECT_EQ(ZNNetworkInterfaceGetInterfaceType(outer.get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+  service = {};
+  prefs = {};
+  EXPECT_EQ(ZNNetworkInterfaceGetInterface(outer.get()), nullptr);
+  EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(outer.get(), nullptr));
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+}
+
+}  // namespace
+}  // namespace tw::test

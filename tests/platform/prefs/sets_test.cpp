@@ -1,0 +1,92 @@
+// Sets: creation, naming, the current set, membership and selection.
+#include "platform/prefs/support.hpp"
+#include "support/test_support.hpp"
+
+namespace tw::test {
+namespace {
+
+using NetworkSet = StoreTest;
+
+std::string memberNames(ZNNetworkSetRef set) {
+  auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set));
+  std::string names;
+  for (PVIndex i = 0; i < PVArrayGetCount(members.get()); ++i) {
+    names +=
+        (i ? "," : "") + textOf(ZNNetworkServiceGetName(at<ZNNetworkServiceRef>(members.get(), i)));
+  }
+  return names;
+}
+
+TEST_F(NetworkSet, SetsAreCreatedUnnamedAndCanBeNamedMadeCurrentAndRemoved) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto original = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto travel = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs.get()));
+  EXPECT_EQ(ZNNetworkSetGetName(travel.get()), nullptr);
+  EXPECT_EQ(memberNames(travel.get()), "");
+  ASSERT_TRUE(ZNNetworkSetSetName(travel.get(), text("Travel").get()));
+  ASSERT_TRUE(ZNNetworkSetSetCurrent(travel.get()));
+  auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  EXPECT_TRUE(PVEqual(current.get(), travel.get()));
+
+  ASSERT_TRUE(ZNNetworkSetRemove(travel.get()));
+  EXPECT_EQ(ZNNetworkSetCopyCurrent(prefs.get()), nullptr);  // the current set was removed
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+  EXPECT_EQ(ZNNetworkSetGetSetID(travel.get()), nullptr);
+  EXPECT_FALSE(ZNNetworkSetSetName(travel.get(), text("Again").get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+  EXPECT_TRUE(ZNNetworkSetSetCurrent(original.get()));
+}
+
+TEST_F(NetworkSet, MembershipKeepsOrderAndRefusesDuplicatesAndStrangers) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto first = createL2TPService(prefs.get(), "First");
+  auto second = createL2TPService(prefs.get(), "Second");
+  ASSERT_TRUE(ZNNetworkSetAddService(set.get(), second.get()));
+  ASSERT_TRUE(ZNNetworkSetAddService(set.get(), first.get()));
+  EXPECT_FALSE(ZNNetworkSetAddService(set.get(), first.get()));
+  EXPECT_EQ(memberNames(set.get()), "Second,First");
+
+  auto other = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto stranger = createL2TPService(other.get(), "Stranger");
+  EXPECT_FALSE(ZNNetworkSetAddService(set.get(), stranger.get()));
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+
+  ASSERT_TRUE(ZNNetworkSetRemoveService(set.get(), second.get()));
+  EXPECT_FALSE(ZNNetworkSetRemoveService(set.get(), second.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+  EXPECT_EQ(memberNames(set.get()), "First");
+  EXPECT_EQ(serviceNames(prefs.get()), "First,Second");  // the service itself stays
+}
+
+TEST_F(NetworkSet, SelectionIsClearedByNullAndByRemovingTheServiceFromEverySet) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto home = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto away = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs.get()));
+  auto vpn = createL2TPService(prefs.get(), "VPN");
+  auto kept = createL2TPService(prefs.get(), "Kept");
+  EXPECT_EQ(ZNNetworkSetCopySelectedVPNService(home.get()), nullptr);
+
+  for (ZNNetworkSetRef set : {home.get(), away.get()}) {
+    ASSERT_TRUE(ZNNetworkSetAddService(set, vpn.get()));
+    ASSERT_TRUE(ZNNetworkSetAddService(set, kept.get()));
+    ASSERT_TRUE(ZNNetworkSetSetSelectedVPNService(set, vpn.get()));
+  }
+  auto selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(home.get()));
+  EXPECT_TRUE(PVEqual(selected.get(), vpn.get()));
+
+  ASSERT_TRUE(ZNNetworkSetSetSelectedVPNService(home.get(), nullptr));
+  EXPECT_EQ(ZNNetworkSetCopySelectedVPNService(home.get()), nullptr);
+  ASSERT_TRUE(ZNNetworkSetSetSelectedVPNService(home.get(), kept.get()));
+
+  ASSERT_TRUE(ZNNetworkServiceRemove(vpn.get()));
+  EXPECT_EQ(memberNames(home.get()), "Kept");
+  EXPECT_EQ(memberNames(away.get()), "Kept");
+  EXPECT_EQ(ZNNetworkSetCopySelectedVPNService(away.get()), nullptr);
+  selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(home.get()));
+  EXPECT_TRUE(PVEqual(selected.get(), kept.get()));
+  EXPECT_TRUE(ZNPreferencesCommitChanges(prefs.get()));  // the document stays whole
+}
+
+}  // namespace
+}  // namespace tw::test
