@@ -15,7 +15,7 @@ if [[ $# -ne 2 ]]; then
 fi
 library=$1
 include_dir=$2
-headers=("$include_dir/tarnwick.h" "$include_dir"/tarnwick/platform/{values,prefs,coffer}.h)
+headers=("$include_dir/tarnwick.h" "$include_dir"/tarnwick/platform/{values,prefs,coffer,log,notify}.h)
 for file in "$library" "${headers[@]}"; do
   if [[ ! -r $file ]]; then
     echo "cannot read $file" >&2
@@ -23,7 +23,7 @@ for file in "$library" "${headers[@]}"; do
   fi
 done
 
-public_prefixes='^(JX|__JX|kJX|ZN|kZN|Vlt|kVlt|PV|kPV)'
+public_prefixes='^(JX|__JX|kJX|ZN|kZN|Vlt|kVlt|PV|kPV|SysLog|kSysLog|NC)'
 
 # Defined dynamic symbols, without any version suffix.
 exported=$(nm -D --defined-only "$library" | awk 'NF >= 3 { sub(/@.*/, "", $3); print $3 }' |

@@ -9,6 +9,9 @@
  * calls a caller makes are counted. A getter made to fail returns NULL; a
  * ZN operation sets ZNError to kZNStatusInjected, a Vlt operation returns
  * kVltErrorInjected.
+ *
+ * A test can also capture every log message and every notification posted,
+ * in order, from the moment it starts the capture until the next reset.
  */
 #ifndef TARNWICK_PLATFORM_TESTING_H
 #define TARNWICK_PLATFORM_TESTING_H
@@ -27,6 +30,25 @@ long PTCallCount(const char *operation) TW_NOEXCEPT;
 long PTCofferWriteCount(void) TW_NOEXCEPT;
 /* Calls of every Vlt operation. */
 long PTCofferCallCount(void) TW_NOEXCEPT;
+
+/* Starts (afresh) capturing log messages and notifications; PTReset stops
+ * and clears the capture. */
+void PTCaptureStart(void) TW_NOEXCEPT;
+
+/* The level given to the log message without a level. */
+enum { kPTNoLevel = -1 };
+long PTLogMessageCount(void) TW_NOEXCEPT;
+/* The level of the message at `index` (kPTNoLevel for none), -2 when out of range. */
+int PTLogMessageLevel(long index) TW_NOEXCEPT;
+/* The formatted text, or NULL when out of range. Ownership: get (valid
+ * until the next reset or start). */
+const char *PTLogMessageText(long index) TW_NOEXCEPT;
+
+long PTNotificationCount(void) TW_NOEXCEPT;
+/* The name posted at `index`, or NULL. Ownership: get (as above). */
+const char *PTNotificationName(long index) TW_NOEXCEPT;
+/* True when that post went to the system-wide center. */
+Boolean PTNotificationIsSystemWide(long index) TW_NOEXCEPT;
 
 TW_EXTERN_C_END
 
