@@ -62,6 +62,21 @@ TW_EXPORT extern PVStringRef kJXVPNCertificatePassphraseKey;               /* "_
 TW_EXPORT extern PVStringRef kJXVPNProtocolTypePayload;                    /* "com.velmora.payload" */
 TW_EXPORT extern PVStringRef kJXVPNPropNetPPPAuthEAPPluginRSA;             /* "EAP-RSA" */
 
+/* ---- service creation and payload installation ------------------------- */
+
+/* A new disabled VPN service of `serviceType` (IPSec, L2TP, PPTP, or a
+ * vendor type for a VPN over that vendor's layer), named and in every set,
+ * replacing a same-named service in each set. Nothing is committed.
+ * Ownership: create. */
+TW_EXPORT ZNNetworkServiceRef JXVPNServiceCreate(PVStringRef serviceType, PVStringRef name,
+                                                 ZNPreferencesRef preferences) TW_NOEXCEPT;
+/* Installs a payload as a new service, as JXVPNServiceCreate does, with the
+ * payload's configurations laid over it, its secrets left out and its
+ * client identity imported into the Coffer. The payload is not changed and
+ * nothing is committed. Ownership: create. */
+TW_EXPORT ZNNetworkServiceRef JXVPNServiceCreateWithPayloadAtom(PVDictionaryRef payload,
+                                                                ZNPreferencesRef preferences) TW_NOEXCEPT;
+
 /* ---- service type and whole configurations ------------------------------ */
 
 /* The service's VPN type (IPSec, VPN, L2TP or PPTP), or NULL for a service

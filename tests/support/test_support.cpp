@@ -67,6 +67,25 @@ Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictItem, DictItem>> e
   return Ref<PVDictionaryRef>::adopt(PVDictionaryCreateCopy(building.get()));
 }
 
+std::vector<std::string> capturedLog() {
+  std::vector<std::string> lines;
+  for (long i = 0; i < PTLogMessageCount(); ++i) {
+    int level = PTLogMessageLevel(i);
+    lines.push_back((level == kPTNoLevel ? std::string("-") : std::to_string(level)) + ": " +
+                    PTLogMessageText(i));
+  }
+  return lines;
+}
+
+std::vector<std::string> capturedPosts() {
+  std::vector<std::string> posts;
+  for (long i = 0; i < PTNotificationCount(); ++i) {
+    posts.push_back((PTNotificationIsSystemWide(i) ? "system: " : "local: ") +
+                    std::string(PTNotificationName(i)));
+  }
+  return posts;
+}
+
 std::string textOf(PVTypeRef string) {
   if (!string) return "(null)";
   if (PVGetTypeID(string) != PVStringGetTypeID()) return "(not a string)";

@@ -52,6 +52,12 @@ struct DictItem {
 // temporaries of the calling expression do.
 Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictItem, DictItem>> entries);
 
+// What the testing interface captured since the test's capture started:
+// each log message as "<level>: <text>" ("-: <text>" for the message
+// without a level), each post as "local: <name>" or "system: <name>".
+std::vector<std::string> capturedLog();
+std::vector<std::string> capturedPosts();
+
 // The text of a string, or "(null)", or "(not a string)".
 std::string textOf(PVTypeRef string);
 // The bytes of a data value.
