@@ -62,6 +62,29 @@ TW_EXPORT extern PVStringRef kJXVPNCertificatePassphraseKey;               /* "_
 TW_EXPORT extern PVStringRef kJXVPNProtocolTypePayload;                    /* "com.velmora.payload" */
 TW_EXPORT extern PVStringRef kJXVPNPropNetPPPAuthEAPPluginRSA;             /* "EAP-RSA" */
 
+/* ---- preferences session and selected service -------------------------- */
+
+/* Locks the session, synchronizing it and trying once more when the first
+ * attempt fails. The session is passed on untested. */
+TW_EXPORT Boolean JXVPNPreferencesLock(ZNPreferencesRef prefs) TW_NOEXCEPT;
+/* The platform's unlock, its result passed on. */
+TW_EXPORT Boolean JXVPNPreferencesUnlock(ZNPreferencesRef prefs) TW_NOEXCEPT;
+/* Commits, then applies; true when both succeeded. */
+TW_EXPORT Boolean JXVPNPreferencesCommitAndApply(ZNPreferencesRef prefs) TW_NOEXCEPT;
+/* Makes `service` the selected VPN service of every set that has none (of
+ * every set when `force`). When the current set's selection changed, commits,
+ * applies and posts "VPNChanged" in-process and
+ * "com.velmora.quaystone.vpn-changed" system-wide. The result is that of
+ * the last set changed. */
+TW_EXPORT Boolean JXVPNSetSelectedService(ZNNetworkServiceRef service, ZNPreferencesRef prefs,
+                                          Boolean force) TW_NOEXCEPT;
+/* JXVPNSetSelectedService(service, prefs, true). */
+TW_EXPORT Boolean JXVPNUpdateDefaultsAfterAddingService(ZNNetworkServiceRef service,
+                                                        ZNPreferencesRef prefs) TW_NOEXCEPT;
+/* Gives every set left without a selected VPN service the last remaining
+ * VPN service; false when none remains. */
+TW_EXPORT Boolean JXVPNUpdateDefaultsAfterDeletingServiceInPreferences(ZNPreferencesRef prefs) TW_NOEXCEPT;
+
 /* ---- service creation and payload installation ------------------------- */
 
 /* A new disabled VPN service of `serviceType` (IPSec, L2TP, PPTP, or a
@@ -76,6 +99,24 @@ TW_EXPORT ZNNetworkServiceRef JXVPNServiceCreate(PVStringRef serviceType, PVStri
  * nothing is committed. Ownership: create. */
 TW_EXPORT ZNNetworkServiceRef JXVPNServiceCreateWithPayloadAtom(PVDictionaryRef payload,
                                                                 ZNPreferencesRef preferences) TW_NOEXCEPT;
+
+/* ---- lookup, removal, on-demand query, pending certificate -------------- */
+
+/* The VPN services whose payload protocol matches the criteria's "VPNType",
+ * "PayloadIdentifier" and "PayloadUUID" (each tested only when present);
+ * NULL criteria match every VPN service. NULL rather than an empty array.
+ * Ownership: copy. */
+TW_EXPORT PVArrayRef JXVPNServiceCopyMatching(PVDictionaryRef criteria,
+                                              ZNPreferencesRef preferences) TW_NOEXCEPT;
+/* The VPN services marked "OnDemandSupported" with the boolean true value,
+ * or NULL. Ownership: copy. */
+TW_EXPORT PVArrayRef JXVPNServiceCopyOnDemandSupported(ZNPreferencesRef preferences) TW_NOEXCEPT;
+/* Deletes the service's account password, shared secret and proxy password
+ * from the Coffer, removes the service and stops its live connection when
+ * it is connecting or connected. Nothing is committed. */
+TW_EXPORT Boolean JXVPNServiceRemove(ZNNetworkServiceRef service) TW_NOEXCEPT;
+/* True when the service authenticates by certificate and has none yet. */
+TW_EXPORT Boolean JXVPNServiceCertificatePending(ZNNetworkServiceRef service) TW_NOEXCEPT;
 
 /* ---- service type and whole configurations ------------------------------ */
 
