@@ -155,6 +155,9 @@ TW_EXPORT Boolean ZNNetworkInterfaceSetConfiguration(ZNNetworkInterfaceRef inter
                                                      PVDictionaryRef configuration) TW_NOEXCEPT;
 TW_EXPORT PVDictionaryRef ZNNetworkInterfaceGetExtendedConfiguration(ZNNetworkInterfaceRef interface,
                                                                      PVStringRef entityType) TW_NOEXCEPT;
+/* The entity types under which the layer holds an extended configuration,
+ * in no particular order. Ownership: create. */
+TW_EXPORT PVArrayRef ZNNetworkInterfaceCopyExtendedConfigurationTypes(ZNNetworkInterfaceRef interface) TW_NOEXCEPT;
 TW_EXPORT Boolean ZNNetworkInterfaceSetExtendedConfiguration(ZNNetworkInterfaceRef interface,
                                                              PVStringRef entityType,
                                                              PVDictionaryRef configuration) TW_NOEXCEPT;

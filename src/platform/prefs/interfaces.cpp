@@ -135,6 +135,18 @@ PVDictionaryRef ZNNetworkInterfaceGetExtendedConfiguration(ZNNetworkInterfaceRef
   });
 }
 
+PVArrayRef ZNNetworkInterfaceCopyExtendedConfigurationTypes(ZNNetworkInterfaceRef interface) noexcept {
+  return zn::run(__func__, nullptr, [&] {
+    const zn::Layer &layer = zn::expectInterface(interface).layer();
+    auto types = pv::Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());
+    if (!types) throw std::bad_alloc();
+    for (const auto &[entity, configuration] : layer.extended) {
+      PVArrayAppendValue(types.get(), zn::makeString(entity).get());
+    }
+    return static_cast<PVArrayRef>(types.release());
+  });
+}
+
 Boolean ZNNetworkInterfaceSetExtendedConfiguration(ZNNetworkInterfaceRef interface,
                                                    PVStringRef entityType,
                                                    PVDictionaryRef configuration) noexcept {

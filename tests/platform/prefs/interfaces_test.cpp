@@ -64,8 +64,12 @@ TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
   EXPECT_TRUE(
       PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()), ann.get()));
   EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(middle, text("EAP").get()), nullptr);
+  auto types = Ref<PVArrayRef>::adopt(ZNNetworkInterfaceCopyExtendedConfigurationTypes(outer));
+  EXPECT_TRUE(PVEqual(types.get(), array({text("EAP").get()}).get()));
   ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), nullptr));
   EXPECT_EQ(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()), nullptr);
+  types = Ref<PVArrayRef>::adopt(ZNNetworkInterfaceCopyExtendedConfigurationTypes(outer));
+  EXPECT_EQ(PVArrayGetCount(types.get()), 0);
 
   // The bottom IPv4 layer is the service's own.
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(bottom, dict({{"Router", "r"}}).get()));
