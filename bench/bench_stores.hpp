@@ -19,7 +19,8 @@ inline Ref<PVStringRef> text(const std::string &utf8) {
   return Ref<PVStringRef>::adopt(PVStringCreateWithCString(utf8.c_str()));
 }
 
-inline Ref<PVDictionaryRef> dictionary(std::initializer_list<std::pair<PVTypeRef, PVTypeRef>> entries) {
+inline Ref<PVDictionaryRef> dictionary(
+    std::initializer_list<std::pair<PVTypeRef, PVTypeRef>> entries) {
   auto made = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
   for (const auto &[key, value] : entries) PVDictionarySetValue(made.get(), key, value);
   return Ref<PVDictionaryRef>::adopt(PVDictionaryCreateCopy(made.get()));
@@ -54,7 +55,8 @@ inline void addServices(ZNPreferencesRef prefs, int count) {
     ZNNetworkServiceAddProtocolType(service.get(), kJXVPNProtocolTypePayload);
     std::string name = "Filler " + std::to_string(i);
     ZNNetworkServiceSetName(service.get(), text(name).get());
-    auto payload = dictionary({{kJXPayloadIdentifierKey, text("com.example.filler." + name).get()}});
+    auto payload =
+        dictionary({{kJXPayloadIdentifierKey, text("com.example.filler." + name).get()}});
     JXVPNServiceSetProtocolConfiguration(service.get(), kJXVPNProtocolTypePayload, payload.get());
     for (PVIndex s = 0; s < PVArrayGetCount(sets.get()); ++s) {
       ZNNetworkSetAddService(
@@ -75,6 +77,54 @@ inline const std::string &storeWithServices(int count) {
   addServices(prefs.get(), count);
   ZNPreferencesCommitChanges(prefs.get());
   return made.emplace(count, directory).first->second;
+}
+
+}  // namespace bench
+
+namespace bench {
+
+// The caller's whole installation sequence, lock to unlock, with the
+// payload's credentials stored; the new service's identifier, or empty.
+inline std::string installSequence(PVDictionaryRef payload) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  if (!JXVPNPreferencesLock(prefs.get())) return {};
+  auto service =
+      Ref<ZNNetworkServiceRef>::adopt(JXVPNServiceCreateWithPayloadAtom(payload, prefs.get()));
+  std::string id;
+  if (service) {
+    PVStringRef key = nullptr;
+    Boolean applies = false;
+    auto password = Ref<PVTypeRef>::adopt(JXVPNCopyPayloadPassword(payload, &key, &applies));
+    if (applies && password) {
+      PVRelease(JXVPNServiceSetPassword(service.get(), static_cast<PVStringRef>(password.get())));
+    }
+    auto secret = Ref<PVTypeRef>::adopt(JXVPNCopyPayloadSharedSecret(payload, &key, &applies));
+    if (applies && secret) {
+      JXVPNServiceSetSharedSecret(service.get(), static_cast<PVStringRef>(secret.get()));
+    }
+    auto identity = dictionary(
+        {{kJXPayloadIdentifierKey, PVDictionaryGetValue(payload, kJXPayloadIdentifierKey)}});
+    JXVPNServiceMergeProtocolConfiguration(service.get(), kJXVPNProtocolTypePayload,
+                                           identity.get());
+    JXVPNUpdateDefaultsAfterAddingService(service.get(), prefs.get());
+    if (JXVPNPreferencesCommitAndApply(prefs.get())) {
+      id = PVStringGetCStringPtr(ZNNetworkServiceGetServiceID(service.get()));
+    }
+  }
+  JXVPNPreferencesUnlock(prefs.get());
+  return id;
+}
+
+// The removal sequence for one service identifier, lock to unlock.
+inline void removeSequence(const std::string &serviceID) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  if (!JXVPNPreferencesLock(prefs.get())) return;
+  auto service =
+      Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs.get(), text(serviceID).get()));
+  if (service) JXVPNServiceRemove(service.get());
+  JXVPNUpdateDefaultsAfterDeletingServiceInPreferences(prefs.get());
+  JXVPNPreferencesCommitAndApply(prefs.get());
+  JXVPNPreferencesUnlock(prefs.get());
 }
 
 }  // namespace bench
