@@ -4,6 +4,7 @@
 
 #include <stdlib.h>
 
+#include <filesystem>
 #include <map>
 #include <string>
 
@@ -66,9 +67,17 @@ inline void addServices(ZNPreferencesRef prefs, int count) {
   }
 }
 
+// Store directories made for the run, removed when the process ends.
+struct MadeStores : std::map<int, std::string> {
+  ~MadeStores() {
+    std::error_code ignored;
+    for (const auto &entry : *this) std::filesystem::remove_all(entry.second, ignored);
+  }
+};
+
 // A store directory holding `count` committed services; made on first use.
 inline const std::string &storeWithServices(int count) {
-  static std::map<int, std::string> made;
+  static MadeStores made;
   auto found = made.find(count);
   if (found != made.end()) return found->second;
   char pattern[] = "/tmp/tarnwick-bench-XXXXXX";
