@@ -41,9 +41,12 @@ Ref<PVDictionaryRef> ipsecWithSecrets(
 }
 
 TEST_F(PayloadInstallation, IPSecWithoutCertificateUsesTheSharedSecretAndDropsSecrets) {
-  auto service = install(
-      dict({{kJXVPNTypeKey, kZNEntNetIPSec}, {kZNEntNetIPSec, ipsecWithSecrets().get()}}).get());
+  auto service = install(dict({{kJXVPNTypeKey, kZNEntNetIPSec},
+                               {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "ignored"}}).get()},
+                               {kZNEntNetIPSec, ipsecWithSecrets().get()}})
+                             .get());
   ASSERT_TRUE(service);
+  EXPECT_EQ(configuration(service.get(), kZNEntNetPPP), nullptr);
   PVDictionaryRef ipsec = configuration(service.get(), kZNEntNetIPSec);
   EXPECT_EQ(at(ipsec, kZNPropNetIPSecAuthenticationMethod), "SharedSecret");
   for (PVStringRef gone : {kJXVPNExportedIPSecSharedSecretKey, kJXVPNEncryptedIPSecSharedSecretKey,
@@ -76,6 +79,13 @@ TEST_F(PayloadInstallation, L2TPDropsThePPPPasswordAndGetsTheSharedSecretMethod)
   ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
   PVDictionaryRef ipsec = ZNNetworkInterfaceGetExtendedConfiguration(outer, kZNEntNetIPSec);
   EXPECT_EQ(at(ipsec, kZNPropNetIPSecAuthenticationMethod), "SharedSecret");
+  // A certificate named inside the IPSec dictionary wins over the shared secret.
+  auto named =
+      install(dict({{kJXVPNTypeKey, kZNEntNetL2TP},
+                    {kZNEntNetIPSec, dict({{kJXVPNPayloadCertificateUUIDKey, "c"}}).get()}})
+                  .get());
+  EXPECT_EQ(at(configuration(named.get(), kZNEntNetIPSec), kZNPropNetIPSecAuthenticationMethod),
+            "Certificate");
   PVDictionaryRef proxies =
       JXVPNServiceGetProtocolConfiguration(service.get(), kZNNetworkProtocolTypeProxies);
   EXPECT_EQ(at(proxies, kJXVPNPropNetProxiesHTTPProxyUsernameKey), "proxy user");
