@@ -31,9 +31,10 @@ enum {
   kZNStatusNoSuchObject = 1004,    /* the object is not (or no longer) in the session */
   kZNStatusNoStore = 1005,         /* the store directory does not exist */
   kZNStatusAccessDenied = 1006,    /* the store cannot be read or written */
-  kZNStatusCorruptStore = 1007,    /* the preferences document cannot be read */
+  kZNStatusCorruptStore = 1007,    /* the store's database is damaged, foreign or newer */
   kZNStatusIOError = 1008,         /* a read, write, sync or rename failed */
-  kZNStatusLockFailed = 3004,      /* the lock is held elsewhere (no wait) */
+  kZNStatusLockFailed = 3004,      /* the lock is held elsewhere (no wait), or by the
+                                      calling thread through another session */
   kZNStatusStale = 3005,           /* the store changed since the session read it */
   kZNStatusNotLocked = 3006,       /* unlock without lock */
   kZNStatusInjected = 9999         /* failure planned through the testing interface */
@@ -64,20 +65,25 @@ TW_EXPORT void ZNStoreSetDirectory(const char *path) TW_NOEXCEPT;
  * Ownership: create. */
 TW_EXPORT ZNPreferencesRef ZNPreferencesCreate(void) TW_NOEXCEPT;
 /* The same on a given store directory. The directory must exist and be
- * writable; a corrupt document fails the open and is never replaced.
+ * writable; a database that is damaged, another program's or of a newer
+ * version fails the open and is never written. The session is a snapshot:
+ * later commits by others do not reach it until ZNPreferencesSynchronize.
  * Ownership: create. */
 TW_EXPORT ZNPreferencesRef ZNPreferencesCreateWithStore(const char *directory) TW_NOEXCEPT;
 /* Ownership: get (borrowed from the session). */
 TW_EXPORT const char *ZNPreferencesGetStoreDirectory(ZNPreferencesRef prefs) TW_NOEXCEPT;
 /* Takes the store's inter-process lock, waiting for it when `wait` is true.
  * Fails with kZNStatusStale while the session's copy is older than the
- * store's last commit. */
+ * store's last commit, and with kZNStatusLockFailed rather than wait for a
+ * lock the calling thread holds through another session. */
 TW_EXPORT Boolean ZNPreferencesLock(ZNPreferencesRef prefs, Boolean wait) TW_NOEXCEPT;
 TW_EXPORT Boolean ZNPreferencesUnlock(ZNPreferencesRef prefs) TW_NOEXCEPT;
 /* Drops the session's copy and its uncommitted changes; re-reads the store. */
 TW_EXPORT void ZNPreferencesSynchronize(ZNPreferencesRef prefs) TW_NOEXCEPT;
-/* Writes the session's copy to the store atomically. A session that does
- * not hold the lock takes it for the commit (and fails when stale). */
+/* Writes what the session changed to the store atomically, in one
+ * transaction, and advances the store's generation; with no change it
+ * writes nothing. A session that does not hold the lock takes it for the
+ * commit (and fails when stale). */
 TW_EXPORT Boolean ZNPreferencesCommitChanges(ZNPreferencesRef prefs) TW_NOEXCEPT;
 /* Records the committed generation as applied. */
 TW_EXPORT Boolean ZNPreferencesApplyChanges(ZNPreferencesRef prefs) TW_NOEXCEPT;

@@ -3,7 +3,7 @@
  * not exported from the shared library: tests link the static library.
  *
  * Every public platform operation (ZN..., Vlt...) and a few named steps
- * inside them ("commit.write", "commit.fsync", "commit.rename") count their
+ * inside them ("commit.row", before each row a commit writes) count their
  * calls by name and can be made to fail on their Nth call. The platform's
  * own internal work never goes through its public operations, so only the
  * calls a caller makes are counted. A getter made to fail returns NULL; a

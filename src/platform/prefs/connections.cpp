@@ -34,7 +34,7 @@ std::string processStoreDirectory() {
 
 json readRegistry(const std::string &directory) {
   std::string text;
-  if (!zn::readFile(zn::storePath(directory, kRegistryName), text)) return json::object();
+  if (!zn::readFile(directory + "/" + kRegistryName, text)) return json::object();
   json registry = json::parse(text, nullptr, false);
   if (registry.is_discarded() || !registry.is_object()) fail(kZNStatusCorruptStore);
   return registry;
@@ -48,7 +48,7 @@ int statusIn(const json &registry, std::string_view serviceId) {
 }
 
 void recordStatus(const std::string &directory, std::string_view serviceId, int status) {
-  zn::LockFile lockFile(zn::storePath(directory, kRegistryLockName));
+  zn::LockFile lockFile(directory + "/" + kRegistryLockName);
   zn::ScopedLock locked(lockFile);
   json registry = readRegistry(directory);
   registry[std::string(serviceId)] = status;

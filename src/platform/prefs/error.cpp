@@ -32,7 +32,8 @@ const char *ZNErrorString(int code) noexcept {
     case kZNStatusAccessDenied:
       return "the preferences store cannot be read or written";
     case kZNStatusCorruptStore:
-      return "the preferences document is corrupt or not a preferences document";
+      return "the preferences database is corrupt, not a preferences database, or of a newer "
+             "version";
     case kZNStatusIOError:
       return "reading, writing, syncing or renaming a store file failed";
     case kZNStatusLockFailed:

@@ -37,11 +37,26 @@ struct SessionObject : pv::PVObject {
 struct ZNNetworkSet : zn::SessionObject<pv::Kind::NetworkSet> {
   using SessionObject::SessionObject;
   zn::Set &model() const { return prefs().set(zn::text(id.get())); }
+  void changed() const { prefs().setChanged(zn::text(id.get())); }
 };
 
+// Remembers where its service is until a service may have left the session,
+// so that walking a long list of handles does no lookups.
 struct ZNNetworkService : zn::SessionObject<pv::Kind::NetworkService> {
-  using SessionObject::SessionObject;
-  zn::Service &model() const { return prefs().service(zn::text(id.get())); }
+  ZNNetworkService(ZNPreferences &session, zn::Service &service)
+      : SessionObject(session, service.id), found_(&service), epoch_(session.epoch) {}
+  zn::Service &model() const {
+    if (epoch_ != prefs().epoch) {
+      found_ = &prefs().service(zn::text(id.get()));
+      epoch_ = prefs().epoch;
+    }
+    return *found_;
+  }
+  void changed() const { prefs().serviceChanged(zn::text(id.get())); }
+
+ private:
+  mutable zn::Service *found_;
+  mutable uint64_t epoch_;
 };
 
 // Named by its service's identifier and its type.
@@ -54,6 +69,7 @@ struct ZNNetworkProtocol : zn::SessionObject<pv::Kind::NetworkProtocol> {
                zn::text(static_cast<const ZNNetworkProtocol &>(other).type.get());
   }
   zn::Protocol &model() const;
+  void changed() const { prefs().serviceChanged(zn::text(id.get())); }
 
   const zn::StringRef type;
 };
@@ -104,15 +120,15 @@ inline PVStringRef expectString(PVStringRef s) {
 // A configuration for the store: null stays null (no configuration); a
 // dictionary is kept as an immutable copy, so later changes by its maker
 // do not reach the session. kZNStatusInvalidArgument when it is no
-// dictionary or holds a value the document cannot store.
+// dictionary or holds a value the store cannot keep.
 DictionaryRef storableConfiguration(PVDictionaryRef configuration);
 
 // A new array with one new handle per item, each made by `make`.
 template <typename Items, typename Make>
-PVArrayRef createHandleArray(const Items &items, Make make) {
+PVArrayRef createHandleArray(Items &items, Make make) {
   auto array = pv::Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());
   if (!array) throw std::bad_alloc();
-  for (const auto &item : items) {
+  for (auto &item : items) {
     auto handle = pv::Ref<PVTypeRef>::adopt(make(item));
     PVArrayAppendValue(array.get(), handle.get());
   }

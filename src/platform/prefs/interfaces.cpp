@@ -45,7 +45,7 @@ struct SessionLayer final : ZNNetworkInterface {
   const zn::Layer &layer() const override { return find(); }
   zn::Layer &layerForChange() override {
     zn::Layer &found = find();
-    session_->changed();
+    session_->serviceChanged(zn::text(serviceId_.get()));
     return found;
   }
   ZNNetworkInterfaceRef below() const override {
@@ -56,7 +56,7 @@ struct SessionLayer final : ZNNetworkInterface {
  private:
   std::vector<zn::Layer> &chain() const {
     if (!session_) fail(kZNStatusNoSuchObject);
-    return session_->service(zn::text(serviceId_.get())).chain;
+    return session_->service(zn::text(serviceId_.get())).body().chain;
   }
   zn::Layer &find() const {
     std::vector<zn::Layer> &layers = chain();

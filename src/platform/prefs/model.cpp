@@ -1,24 +1,14 @@
-// Lookups and whole-document edits of the store's content.
+// Lookups and edits of a session's content.
 #include "platform/prefs/model.hpp"
 
 #include <algorithm>
 #include <new>
-#include <set>
 
 #include "platform/prefs/error.hpp"
+#include "platform/prefs/service_body.hpp"
 #include "platform/support/uuid.hpp"
 
 namespace zn {
-namespace {
-
-template <typename T>
-T *findById(std::vector<T> &items, std::string_view id) {
-  auto it = std::find_if(items.begin(), items.end(),
-                         [&](const T &item) { return text(item.id.get()) == id; });
-  return it == items.end() ? nullptr : &*it;
-}
-
-}  // namespace
 
 std::string_view text(PVStringRef string) {
   return std::string_view(PVStringGetCStringPtr(string),
@@ -39,64 +29,106 @@ StringRef copyString(PVStringRef string) {
   return copy;
 }
 
-Protocol *Service::findProtocol(std::string_view type) {
+Protocol *ServiceBody::findProtocol(std::string_view type) {
   auto it = std::find_if(protocols.begin(), protocols.end(),
                          [&](const Protocol &p) { return text(p.type.get()) == type; });
   return it == protocols.end() ? nullptr : &*it;
 }
 
-Service *Document::findService(std::string_view id) { return findById(services, id); }
+bool ServiceBody::isWhole() const {
+  if (chain.empty()) return false;
+  for (const Layer &layer : chain) {
+    if (!layer.type) return false;
+  }
+  for (auto p = protocols.begin(); p != protocols.end(); ++p) {
+    if (!p->type) return false;
+    for (auto q = protocols.begin(); q != p; ++q) {
+      if (text(q->type.get()) == text(p->type.get())) return false;
+    }
+  }
+  return true;
+}
 
-Set *Document::findSet(std::string_view id) { return findById(sets, id); }
+Service::Service(StringRef serviceId, ServiceBody body)
+    : id(std::move(serviceId)), body_(std::move(body)) {}
+
+Service::Service(StringRef serviceId, StringRef serviceName, bool isEnabled,
+                 std::string encodedBody)
+    : id(std::move(serviceId)),
+      name(std::move(serviceName)),
+      enabled(isEnabled),
+      encoded_(std::move(encodedBody)) {}
+
+ServiceBody &Service::body() {
+  if (!body_) {
+    body_ = decodeServiceBody(encoded_);
+    std::string().swap(encoded_);
+  }
+  return *body_;
+}
+
+std::string Service::encodedBody() const { return body_ ? encodeServiceBody(*body_) : encoded_; }
+
+Service &Document::addService(Service service) {
+  std::string id(text(service.id.get()));
+  return services.add(services.nextPosition(), std::move(id), std::move(service));
+}
+
+Set &Document::addSet(StringRef id) {
+  std::string key(text(id.get()));
+  Set set;
+  set.id = std::move(id);
+  return sets.add(sets.nextPosition(), std::move(key), std::move(set));
+}
+
+void Document::addMember(Set &set, std::string_view serviceId) {
+  set.members.add(nextMember++, std::string(serviceId), Member{});
+}
 
 void Document::removeService(std::string_view view) {
   const std::string id(view);  // `view` may point into the service being erased
-  std::erase_if(services, [&](const Service &s) { return text(s.id.get()) == id; });
-  for (Set &set : sets) {
-    std::erase(set.services, id);
-    if (set.selected == id) set.selected.clear();
+  services.remove(id);
+  for (auto &[position, row] : sets) {
+    Set &set = row.value;
+    set.members.remove(id);
+    if (set.selected == id) {
+      set.selected.clear();
+      sets.touch(row.id);
+    }
   }
 }
 
 void Document::removeSet(std::string_view view) {
   const std::string id(view);
-  std::erase_if(sets, [&](const Set &s) { return text(s.id.get()) == id; });
-  if (currentSet == id) currentSet.clear();
+  sets.remove(id);
+  if (currentSet == id) {
+    currentSet.clear();
+    currentSetChanged = true;
+  }
+}
+
+bool Document::modified() const {
+  if (currentSetChanged || sets.changed() || services.changed()) return true;
+  return std::any_of(sets.begin(), sets.end(),
+                     [](const auto &entry) { return entry.second.value.members.changed(); });
+}
+
+void Document::committed(int64_t newGeneration) {
+  generation = newGeneration;
+  currentSetChanged = false;
+  sets.committed();
+  services.committed();
+  for (auto &entry : sets) entry.second.value.members.committed();
 }
 
 bool Document::isWhole() const {
-  std::set<std::string_view> serviceIds, setIds;
-  for (const Service &service : services) {
-    if (!service.id || !serviceIds.insert(text(service.id.get())).second) return false;
-    if (service.chain.empty()) return false;
-    for (const Layer &layer : service.chain) {
-      if (!layer.type) return false;
+  for (const auto &[position, row] : sets) {
+    for (const auto &member : row.value.members) {
+      if (!services.find(member.second.id)) return false;
     }
-    std::set<std::string_view> protocolTypes;
-    for (const Protocol &protocol : service.protocols) {
-      if (!protocol.type || !protocolTypes.insert(text(protocol.type.get())).second) return false;
-    }
+    if (!row.value.selected.empty() && !services.find(row.value.selected)) return false;
   }
-  for (const Set &set : sets) {
-    if (!set.id || !setIds.insert(text(set.id.get())).second) return false;
-    std::set<std::string_view> members;
-    for (const std::string &member : set.services) {
-      if (!serviceIds.count(member) || !members.insert(member).second) return false;
-    }
-    if (!set.selected.empty() && !serviceIds.count(set.selected)) return false;
-  }
-  return generation > 0 && (currentSet.empty() || setIds.count(currentSet));
-}
-
-Document initialDocument() {
-  Document document;
-  document.generation = 1;
-  Set set;
-  set.id = newIdentifier();
-  set.name = makeString("Default");
-  document.currentSet = text(set.id.get());
-  document.sets.push_back(std::move(set));
-  return document;
+  return generation > 0 && (currentSet.empty() || sets.find(currentSet));
 }
 
 StringRef newIdentifier() {

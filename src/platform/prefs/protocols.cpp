@@ -20,7 +20,7 @@ Boolean ZNNetworkProtocolSetConfiguration(ZNNetworkProtocolRef protocol,
     ZNNetworkProtocol &handle = zn::expectProtocol(protocol);
     zn::DictionaryRef copy = zn::storableConfiguration(configuration);
     handle.model().configuration = std::move(copy);
-    handle.prefs().changed();
+    handle.changed();
     return true;
   });
 }

@@ -5,8 +5,8 @@ namespace {
 
 using zn::fail;
 
-ZNNetworkService *newServiceHandle(ZNPreferences &session, const zn::Service &service) {
-  return new ZNNetworkService(session, service.id);
+ZNNetworkService *newServiceHandle(ZNPreferences &session, zn::Service &service) {
+  return new ZNNetworkService(session, service);
 }
 
 zn::DictionaryRef emptyDictionary() {
@@ -32,21 +32,19 @@ ZNNetworkServiceRef ZNNetworkServiceCreate(ZNPreferencesRef prefs,
                                            ZNNetworkInterfaceRef interface) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
-    zn::Service service;
-    service.chain = copyChain(zn::expectInterface(interface));
-    service.id = zn::newIdentifier();
-    auto handle = pv::Ref<ZNNetworkServiceRef>::adopt(newServiceHandle(session, service));
-    session.document.services.push_back(std::move(service));
-    session.changed();
-    return handle.release();
+    zn::ServiceBody body;
+    body.chain = copyChain(zn::expectInterface(interface));
+    zn::Service &service =
+        session.document.addService(zn::Service(zn::newIdentifier(), std::move(body)));
+    return newServiceHandle(session, service);
   });
 }
 
 PVArrayRef ZNNetworkServiceCopyAll(ZNPreferencesRef prefs) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
-    return zn::createHandleArray(session.document.services, [&](const zn::Service &service) {
-      return newServiceHandle(session, service);
+    return zn::createHandleArray(session.document.services, [&](auto &entry) {
+      return newServiceHandle(session, entry.second.value);
     });
   });
 }
@@ -77,7 +75,7 @@ Boolean ZNNetworkServiceSetName(ZNNetworkServiceRef service, PVStringRef name) n
     ZNNetworkService &handle = zn::expectService(service);
     zn::StringRef copy = zn::copyString(zn::expectString(name));
     handle.model().name = std::move(copy);
-    handle.prefs().changed();
+    handle.changed();
     return true;
   });
 }
@@ -90,7 +88,7 @@ Boolean ZNNetworkServiceSetEnabled(ZNNetworkServiceRef service, Boolean enabled)
   return zn::run(__func__, false, [&] {
     ZNNetworkService &handle = zn::expectService(service);
     handle.model().enabled = enabled;
-    handle.prefs().changed();
+    handle.changed();
     return true;
   });
 }
@@ -98,7 +96,7 @@ Boolean ZNNetworkServiceSetEnabled(ZNNetworkServiceRef service, Boolean enabled)
 ZNNetworkInterfaceRef ZNNetworkServiceGetInterface(ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
-    handle.model();
+    handle.model().body();
     return handle.prefs().layerHandle(handle.id, 0);
   });
 }
@@ -106,7 +104,7 @@ ZNNetworkInterfaceRef ZNNetworkServiceGetInterface(ZNNetworkServiceRef service) 
 Boolean ZNNetworkServiceEstablishDefaultConfiguration(ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, false, [&] {
     ZNNetworkService &handle = zn::expectService(service);
-    zn::Service &model = handle.model();
+    zn::ServiceBody &model = handle.model().body();
     for (zn::Layer &layer : model.chain) {
       if (!layer.configuration) layer.configuration = emptyDictionary();
     }
@@ -119,7 +117,7 @@ Boolean ZNNetworkServiceEstablishDefaultConfiguration(ZNNetworkServiceRef servic
         protocol->configuration = emptyDictionary();
       }
     }
-    handle.prefs().changed();
+    handle.changed();
     return true;
   });
 }
@@ -129,10 +127,10 @@ Boolean ZNNetworkServiceAddProtocolType(ZNNetworkServiceRef service,
   return zn::run(__func__, false, [&] {
     ZNNetworkService &handle = zn::expectService(service);
     zn::StringRef type = zn::copyString(zn::expectString(protocolType));
-    zn::Service &model = handle.model();
+    zn::ServiceBody &model = handle.model().body();
     if (model.findProtocol(zn::text(type.get()))) fail(kZNStatusInvalidArgument);  // has one
     model.protocols.push_back({std::move(type), {}});
-    handle.prefs().changed();
+    handle.changed();
     return true;
   });
 }
@@ -141,7 +139,8 @@ ZNNetworkProtocolRef ZNNetworkServiceCopyProtocol(ZNNetworkServiceRef service,
                                                   PVStringRef protocolType) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
-    zn::Protocol *protocol = handle.model().findProtocol(zn::text(zn::expectString(protocolType)));
+    zn::Protocol *protocol =
+        handle.model().body().findProtocol(zn::text(zn::expectString(protocolType)));
     if (!protocol) fail(kZNStatusNoSuchObject);
     return new ZNNetworkProtocol(handle.prefs(), handle.id, protocol->type);
   });
@@ -150,9 +149,10 @@ ZNNetworkProtocolRef ZNNetworkServiceCopyProtocol(ZNNetworkServiceRef service,
 PVArrayRef ZNNetworkServiceCopyProtocols(ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
-    return zn::createHandleArray(handle.model().protocols, [&](const zn::Protocol &protocol) {
-      return new ZNNetworkProtocol(handle.prefs(), handle.id, protocol.type);
-    });
+    return zn::createHandleArray(
+        handle.model().body().protocols, [&](const zn::Protocol &protocol) {
+          return new ZNNetworkProtocol(handle.prefs(), handle.id, protocol.type);
+        });
   });
 }
 
@@ -161,7 +161,7 @@ Boolean ZNNetworkServiceRemove(ZNNetworkServiceRef service) noexcept {
     ZNNetworkService &handle = zn::expectService(service);
     handle.model();
     handle.prefs().document.removeService(zn::text(handle.id.get()));
-    handle.prefs().changed();
+    ++handle.prefs().epoch;
     return true;
   });
 }

@@ -6,42 +6,50 @@
 #include "platform/prefs/handles.hpp"
 #include "platform/values/json.hpp"
 
-ZNPreferences::ZNPreferences(std::string dir, zn::LockFile lockFile, zn::Document copy)
+ZNPreferences::ZNPreferences(std::string dir, zn::LockFile lockFile, zn::Database database,
+                             zn::Document copy)
     : PVObject(pv::Kind::Preferences, false),
       directory(std::move(dir)),
       lock(std::move(lockFile)),
+      db(std::move(database)),
       document(std::move(copy)) {}
 
 ZNPreferences::~ZNPreferences() { releaseLayerHandles(); }
 
 zn::Service &ZNPreferences::service(std::string_view id) {
-  zn::Service *found = document.findService(id);
+  zn::Service *found = document.services.find(id);
   if (!found) zn::fail(kZNStatusNoSuchObject);
   return *found;
 }
 
 zn::Set &ZNPreferences::set(std::string_view id) {
-  zn::Set *found = document.findSet(id);
+  zn::Set *found = document.sets.find(id);
   if (!found) zn::fail(kZNStatusNoSuchObject);
   return *found;
 }
 
-void ZNPreferences::changed() {
-  assert(document.isWhole());
-  modified = true;
+// The debug checks look at the one object changed, never the whole copy, so
+// that building a large store stays linear in debug builds too.
+void ZNPreferences::serviceChanged(std::string_view id) {
+  [[maybe_unused]] const zn::ServiceBody *body = service(id).decodedBody();
+  assert(!body || body->isWhole());
+  document.services.touch(id);
+}
+
+void ZNPreferences::setChanged(std::string_view id) {
+  [[maybe_unused]] const zn::Set &changed = set(id);
+  assert(changed.selected.empty() || document.services.find(changed.selected));
+  document.sets.touch(id);
 }
 
 zn::Protocol &ZNNetworkProtocol::model() const {
-  zn::Protocol *found = prefs().service(zn::text(id.get())).findProtocol(zn::text(type.get()));
+  zn::Protocol *found =
+      prefs().service(zn::text(id.get())).body().findProtocol(zn::text(type.get()));
   if (!found) zn::fail(kZNStatusNoSuchObject);
   return *found;
 }
 
 namespace zn {
-
-std::string storePath(const std::string &directory, const char *name) {
-  return directory + "/" + name;
-}
 
 DictionaryRef storableConfiguration(PVDictionaryRef configuration) {
   if (!configuration) return {};

@@ -1,4 +1,5 @@
-// A preferences session: an open, in-memory copy of one store.
+// A preferences session: a snapshot of one store, the changes made to it
+// since, the store's lock and a connection to its database.
 #pragma once
 
 #include <map>
@@ -6,13 +7,14 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/prefs/database.hpp"
 #include "platform/prefs/files.hpp"
 #include "platform/prefs/model.hpp"
 #include "platform/values/object.hpp"
 #include "tarnwick/platform/prefs.h"
 
 struct ZNPreferences : pv::PVObject {
-  ZNPreferences(std::string directory, zn::LockFile lock, zn::Document document);
+  ZNPreferences(std::string directory, zn::LockFile lock, zn::Database db, zn::Document document);
   ~ZNPreferences() override;
 
   // Lookups in the session's copy; throw kZNStatusNoSuchObject for what it
@@ -20,8 +22,9 @@ struct ZNPreferences : pv::PVObject {
   zn::Service &service(std::string_view id);
   zn::Set &set(std::string_view id);
 
-  // Marks the copy changed since it was read or committed.
-  void changed();
+  // Marks an object changed, for the next commit to write.
+  void serviceChanged(std::string_view id);
+  void setChanged(std::string_view id);
 
   // The handle of the layer at `depth` (0 is the outermost) of a service's
   // chain. The session owns it and hands it out borrowed; the handle does
@@ -31,20 +34,14 @@ struct ZNPreferences : pv::PVObject {
 
   const std::string directory;
   zn::LockFile lock;
+  zn::Database db;
   zn::Document document;  // its generation is the one last read or written
-  bool modified = false;
+  // Changes whenever a service may have left the copy (a removal, a
+  // synchronize): service handles look their service up again then.
+  uint64_t epoch = 0;
 
  private:
   void releaseLayerHandles() noexcept;
 
   std::map<std::pair<std::string, size_t>, ZNNetworkInterfaceRef> layers_;
 };
-
-namespace zn {
-
-std::string storePath(const std::string &directory, const char *name);
-inline constexpr char kDocumentName[] = "preferences.json";
-inline constexpr char kLockName[] = "preferences.lock";
-inline constexpr char kAppliedName[] = "applied.json";
-
-}  // namespace zn

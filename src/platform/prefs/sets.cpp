@@ -1,6 +1,4 @@
 // Sets: named groups of services, each with its own selected VPN service.
-#include <algorithm>
-
 #include "platform/prefs/handles.hpp"
 
 namespace {
@@ -8,7 +6,7 @@ namespace {
 using zn::fail;
 
 ZNNetworkService *newServiceHandle(ZNPreferences &session, std::string_view id) {
-  return new ZNNetworkService(session, session.service(id).id);
+  return new ZNNetworkService(session, session.service(id));
 }
 
 // The service of `set`'s own session; kZNStatusInvalidArgument for a
@@ -27,8 +25,8 @@ extern "C" {
 PVArrayRef ZNNetworkSetCopyAll(ZNPreferencesRef prefs) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
-    return zn::createHandleArray(session.document.sets, [&](const zn::Set &set) {
-      return new ZNNetworkSet(session, set.id);
+    return zn::createHandleArray(session.document.sets, [&](const auto &entry) {
+      return new ZNNetworkSet(session, entry.second.value.id);
     });
   });
 }
@@ -43,11 +41,9 @@ ZNNetworkSetRef ZNNetworkSetCopyCurrent(ZNPreferencesRef prefs) noexcept {
 ZNNetworkSetRef ZNNetworkSetCreate(ZNPreferencesRef prefs) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
-    zn::Set set;
-    set.id = zn::newIdentifier();
-    auto handle = pv::Ref<ZNNetworkSetRef>::adopt(new ZNNetworkSet(session, set.id));
-    session.document.sets.push_back(std::move(set));
-    session.changed();
+    zn::StringRef id = zn::newIdentifier();
+    auto handle = pv::Ref<ZNNetworkSetRef>::adopt(new ZNNetworkSet(session, id));
+    session.document.addSet(std::move(id));
     return handle.release();
   });
 }
@@ -57,7 +53,6 @@ Boolean ZNNetworkSetRemove(ZNNetworkSetRef set) noexcept {
     ZNNetworkSet &handle = zn::expectSet(set);
     handle.model();
     handle.prefs().document.removeSet(zn::text(handle.id.get()));
-    handle.prefs().changed();
     return true;
   });
 }
@@ -79,7 +74,7 @@ Boolean ZNNetworkSetSetName(ZNNetworkSetRef set, PVStringRef name) noexcept {
     ZNNetworkSet &handle = zn::expectSet(set);
     zn::StringRef copy = zn::copyString(zn::expectString(name));
     handle.model().name = std::move(copy);
-    handle.prefs().changed();
+    handle.changed();
     return true;
   });
 }
@@ -88,8 +83,9 @@ Boolean ZNNetworkSetSetCurrent(ZNNetworkSetRef set) noexcept {
   return zn::run(__func__, false, [&] {
     ZNNetworkSet &handle = zn::expectSet(set);
     handle.model();
-    handle.prefs().document.currentSet = zn::text(handle.id.get());
-    handle.prefs().changed();
+    zn::Document &document = handle.prefs().document;
+    document.currentSet = zn::text(handle.id.get());
+    document.currentSetChanged = true;
     return true;
   });
 }
@@ -97,8 +93,8 @@ Boolean ZNNetworkSetSetCurrent(ZNNetworkSetRef set) noexcept {
 PVArrayRef ZNNetworkSetCopyServices(ZNNetworkSetRef set) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkSet &handle = zn::expectSet(set);
-    return zn::createHandleArray(handle.model().services, [&](const std::string &id) {
-      return newServiceHandle(handle.prefs(), id);
+    return zn::createHandleArray(handle.model().members, [&](const auto &member) {
+      return newServiceHandle(handle.prefs(), member.second.id);
     });
   });
 }
@@ -106,13 +102,10 @@ PVArrayRef ZNNetworkSetCopyServices(ZNNetworkSetRef set) noexcept {
 Boolean ZNNetworkSetAddService(ZNNetworkSetRef set, ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, false, [&] {
     ZNNetworkSet &handle = zn::expectSet(set);
-    std::string id(zn::text(serviceOfSameSession(handle, service).id.get()));
-    std::vector<std::string> &members = handle.model().services;
-    if (std::find(members.begin(), members.end(), id) != members.end()) {
-      fail(kZNStatusInvalidArgument);  // a member already
-    }
-    members.push_back(std::move(id));
-    handle.prefs().changed();
+    std::string_view id = zn::text(serviceOfSameSession(handle, service).id.get());
+    zn::Set &model = handle.model();
+    if (model.members.find(id)) fail(kZNStatusInvalidArgument);  // a member already
+    handle.prefs().document.addMember(model, id);
     return true;
   });
 }
@@ -121,11 +114,7 @@ Boolean ZNNetworkSetRemoveService(ZNNetworkSetRef set, ZNNetworkServiceRef servi
   return zn::run(__func__, false, [&] {
     ZNNetworkSet &handle = zn::expectSet(set);
     std::string_view id = zn::text(serviceOfSameSession(handle, service).id.get());
-    std::vector<std::string> &members = handle.model().services;
-    auto member = std::find(members.begin(), members.end(), id);
-    if (member == members.end()) fail(kZNStatusNoSuchObject);
-    members.erase(member);
-    handle.prefs().changed();
+    if (!handle.model().members.remove(id)) fail(kZNStatusNoSuchObject);
     return true;
   });
 }
@@ -145,7 +134,7 @@ Boolean ZNNetworkSetSetSelectedVPNService(ZNNetworkSetRef set,
     std::string id = service ? std::string(zn::text(serviceOfSameSession(handle, service).id.get()))
                              : std::string();
     handle.model().selected = std::move(id);
-    handle.prefs().changed();
+    handle.changed();
     return true;
   });
 }

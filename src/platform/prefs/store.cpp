@@ -3,29 +3,30 @@
  * processes, commit and apply.
  *
  * A store is a directory holding
- *   preferences.json  the committed document (layout in document.hpp)
+ *   preferences.db    the committed preferences, their generation and the
+ *                     generation last applied (tables.hpp)
  *   preferences.lock  the lock file: only ever locked, never written
- *   applied.json      the generation last applied
  *
  * Guarantees
- *  1. A crash at any point leaves the old document or the new one, never a
- *     torn one: a document is only replaced whole (temporary file in the
- *     same directory, fsync, rename over the old one, fsync of the
- *     directory). A commit that fails leaves the old document readable and
- *     no temporary file behind. The same holds for applied.json.
- *  2. The lock (flock on preferences.lock; files.hpp says why not
- *     fcntl) serialises every write of the store, between processes and
- *     between sessions of one process. A commit always holds it, taking it
- *     for itself when its session does not hold it.
- *  3. Every commit increments the document's generation. A session
- *     remembers the generation of its copy and is "stale" when the store's
- *     differs, i.e. someone committed since the session read. A stale
- *     session can neither lock nor commit until ZNPreferencesSynchronize
- *     has re-read the store, so no commit overwrites changes it never saw.
- *  4. A document that cannot be read fails the open and is never replaced.
- *     Only a store without any document gets a new one (generation 1, one
- *     set "Default", current), written under the lock so that every process
- *     sees the same set identifiers.
+ *  1. A crash at any point leaves the old state or the new one: a commit is
+ *     one SQLite transaction (rollback journal, synchronous=FULL), and a new
+ *     store's database is built aside and renamed into place. A commit that
+ *     fails leaves the store as it was and the session's changes pending.
+ *  2. The lock (flock on preferences.lock; files.hpp says why not fcntl)
+ *     serialises every write of the store, between processes and between
+ *     sessions of one process. A commit or an apply always holds it, taking
+ *     it for itself when its session does not hold it. A thread never waits
+ *     for the lock it holds through another session: that fails with
+ *     kZNStatusLockFailed.
+ *  3. A commit writes only the rows its session changed, and advances the
+ *     store's generation by one; a commit of nothing writes nothing. A
+ *     session remembers the generation of its snapshot and is "stale" when
+ *     the store's differs, i.e. someone committed since the session read. A
+ *     stale session can neither lock nor commit until
+ *     ZNPreferencesSynchronize has re-read the store, so no commit
+ *     overwrites changes it never saw.
+ *  4. A database that is not the store's fails the open and is never
+ *     written. Only a directory without one gets a new store.
  *
  * Session states
  *
@@ -47,49 +48,29 @@
  *
  * Invariants, checked in debug builds after every move:
  *  - a session that holds the lock is not stale (nobody else can commit);
- *  - the session's copy is whole (Document::isWhole).
+ *  - the session's copy is whole (Document::isWhole). Setters check only
+ *    the object they change (session.cpp).
  */
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cassert>
 #include <cerrno>
-#include <nlohmann/json.hpp>
+#include <cstdint>
+#include <limits>
 
-#include "platform/prefs/document.hpp"
 #include "platform/prefs/handles.hpp"
+#include "platform/prefs/tables.hpp"
 
 namespace {
 
 using zn::fail;
 
-// The store's generation now; 0 when it has no document.
-int64_t storeGeneration(const std::string &directory) {
-  std::string text;
-  if (!zn::readFile(zn::storePath(directory, zn::kDocumentName), text)) return 0;
-  return zn::parseGeneration(text);
-}
-
-void checkInvariants([[maybe_unused]] const ZNPreferences &session) {
+void checkInvariants([[maybe_unused]] ZNPreferences &session) {
 #ifndef NDEBUG
   assert(session.document.isWhole());
-  assert(!session.lock.held() || storeGeneration(session.directory) == session.document.generation);
+  assert(!session.lock.held() || zn::storedGeneration(session.db) == session.document.generation);
 #endif
-}
-
-// The store's document, made (under the lock) when the store has none.
-zn::Document loadStore(const std::string &directory, zn::LockFile &lock) {
-  const std::string path = zn::storePath(directory, zn::kDocumentName);
-  std::string text;
-  if (zn::readFile(path, text)) return zn::parseDocument(text);
-  zn::ScopedLock locked(lock);
-  if (zn::readFile(path, text)) return zn::parseDocument(text);  // another process was first
-  zn::Document document = zn::initialDocument();
-  // The document is in place either way; a failed directory sync only
-  // means a crash now could bring back the empty store.
-  (void)zn::replaceFile(directory, zn::kDocumentName,
-                        zn::serializeDocument(document, document.generation));
-  return document;
 }
 
 ZNPreferences *openSession(const std::string &directory) {
@@ -100,9 +81,10 @@ ZNPreferences *openSession(const std::string &directory) {
   }
   if (!S_ISDIR(info.st_mode)) fail(kZNStatusNoStore);
   if (access(directory.c_str(), R_OK | W_OK | X_OK) != 0) fail(kZNStatusAccessDenied);
-  zn::LockFile lock(zn::storePath(directory, zn::kLockName));
-  zn::Document document = loadStore(directory, lock);
-  auto *session = new ZNPreferences(directory, std::move(lock), std::move(document));
+  zn::LockFile lock(directory + "/" + zn::kLockName);
+  zn::Database db = zn::openStore(directory, lock);
+  zn::Document document = zn::readSnapshot(db);
+  auto *session = new ZNPreferences(directory, std::move(lock), std::move(db), std::move(document));
   checkInvariants(*session);
   return session;
 }
@@ -148,7 +130,7 @@ Boolean ZNPreferencesLock(ZNPreferencesRef prefs, Boolean wait) noexcept {
     if (session.lock.held()) return true;
     if (!session.lock.acquire(wait)) fail(kZNStatusLockFailed);
     try {
-      if (storeGeneration(session.directory) != session.document.generation) fail(kZNStatusStale);
+      if (zn::storedGeneration(session.db) != session.document.generation) fail(kZNStatusStale);
     } catch (...) {
       session.lock.release();
       throw;
@@ -170,8 +152,11 @@ Boolean ZNPreferencesUnlock(ZNPreferencesRef prefs) noexcept {
 void ZNPreferencesSynchronize(ZNPreferencesRef prefs) noexcept {
   zn::run(__func__, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
-    session.document = loadStore(session.directory, session.lock);
-    session.modified = false;
+    // Opened afresh: the store's file may have been replaced since.
+    zn::Database db = zn::openStore(session.directory, session.lock);
+    session.document = zn::readSnapshot(db);
+    session.db = std::move(db);
+    ++session.epoch;
     checkInvariants(session);
   });
 }
@@ -180,18 +165,16 @@ Boolean ZNPreferencesCommitChanges(ZNPreferencesRef prefs) noexcept {
   return zn::run(__func__, false, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
     zn::ScopedLock locked(session.lock);
-    if (storeGeneration(session.directory) != session.document.generation) fail(kZNStatusStale);
+    zn::Transaction write(session.db, zn::Transaction::kWrite);
+    const int64_t generation = zn::storedGeneration(session.db);
+    if (generation != session.document.generation) fail(kZNStatusStale);
     // Nothing to write; a new generation would make every other session stale for nothing.
-    if (!session.modified) return true;
-    const int64_t next = session.document.generation + 1;
-    bool durable =
-        zn::replaceFile(session.directory, zn::kDocumentName,
-                        zn::serializeDocument(session.document, next), &zn::kCommitFaults);
-    // Renamed into place: the store is at `next` whatever the directory sync said.
-    session.document.generation = next;
-    session.modified = false;
+    if (!session.document.modified()) return true;
+    if (generation == std::numeric_limits<int64_t>::max()) fail(kZNStatusFailed);
+    zn::writeChanges(session.db, session.document, generation + 1);
+    write.commit();
+    session.document.committed(generation + 1);
     checkInvariants(session);
-    if (!durable) fail(kZNStatusIOError);
     return true;
   });
 }
@@ -200,23 +183,14 @@ Boolean ZNPreferencesApplyChanges(ZNPreferencesRef prefs) noexcept {
   return zn::run(__func__, false, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
     zn::ScopedLock locked(session.lock);
-    const int64_t generation = storeGeneration(session.directory);
-    if (generation == 0) fail(kZNStatusCorruptStore);
-    nlohmann::json applied{{"generation", generation}};
-    if (!zn::replaceFile(session.directory, zn::kAppliedName, applied.dump() + "\n")) {
-      fail(kZNStatusIOError);
-    }
+    zn::recordApplied(session.db);
     return true;
   });
 }
 
 int64_t ZNPreferencesGetAppliedGeneration(ZNPreferencesRef prefs) noexcept {
-  return zn::run(__func__, 0, [&]() -> int64_t {
-    ZNPreferences &session = zn::expectSession(prefs);
-    std::string text;
-    if (!zn::readFile(zn::storePath(session.directory, zn::kAppliedName), text)) return 0;
-    return zn::parseGeneration(text);
-  });
+  return zn::run(__func__, 0,
+                 [&]() -> int64_t { return zn::appliedGeneration(zn::expectSession(prefs).db); });
 }
 
 }  // extern "C"

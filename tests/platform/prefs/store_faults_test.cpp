@@ -1,5 +1,5 @@
 // Failures planned through the testing interface: a commit that breaks at
-// any step, and every call of a whole install failing in turn.
+// any row it writes, and every call of a whole install failing in turn.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -27,26 +27,34 @@ int openDescriptors() {
 
 using PreferencesCommitFaults = StoreTest;
 
-TEST_F(PreferencesCommitFaults, FailedStepLeavesThePreviousDocumentAndNoTemporaryFile) {
+TEST_F(PreferencesCommitFaults, FailedRowWriteLeavesThePreviousStoreAndTheChangesPending) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  const std::string document = storeDir() + "/preferences.json";
-  const std::string before = fileBytes(document);
-  const auto entries = directoryEntries(storeDir());
-  createL2TPService(prefs.get(), "Pending");
+  const std::string database = storeDir() + "/preferences.db";
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto service = createL2TPService(prefs.get(), "Pending");
+  ASSERT_TRUE(ZNNetworkSetAddService(set.get(), service.get()));
+  ASSERT_TRUE(ZNNetworkSetSetName(set.get(), text("Renamed").get()));
+  const std::string before = fileBytes(database);
 
-  for (const char *step : {"commit.write", "commit.fsync", "commit.rename"}) {
-    PTFailNthCall(step, 1);
-    EXPECT_FALSE(ZNPreferencesCommitChanges(prefs.get())) << step;
-    EXPECT_EQ(ZNError(), kZNStatusInjected) << step;
-    EXPECT_EQ(fileBytes(document), before) << step;
-    EXPECT_EQ(directoryEntries(storeDir()), entries) << step;
+  for (long row = 1; row <= 3; ++row) {  // the service, the set, the membership
+    PTFailNthCall("commit.row", row);
+    EXPECT_FALSE(ZNPreferencesCommitChanges(prefs.get())) << row;
+    EXPECT_EQ(ZNError(), kZNStatusInjected) << row;
+    EXPECT_EQ(fileBytes(database), before) << row;
     auto reader = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-    ASSERT_TRUE(reader) << step;
-    EXPECT_EQ(serviceNames(reader.get()), "") << step;
+    ASSERT_TRUE(reader) << row;
+    EXPECT_EQ(serviceNames(reader.get()), "") << row;
+    EXPECT_TRUE(ZNPreferencesLock(reader.get(), false)) << row;  // not stale: no new generation
+    ZNPreferencesUnlock(reader.get());
   }
   // The session is unharmed: the same changes commit once nothing breaks.
   EXPECT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
-  EXPECT_EQ(serviceNames(Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate()).get()), "Pending");
+  auto reader = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(reader.get()));
+  auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(current.get()));
+  EXPECT_EQ(serviceNames(reader.get()), "Pending");
+  EXPECT_EQ(PVArrayGetCount(members.get()), 1);
+  EXPECT_EQ(textOf(ZNNetworkSetGetName(current.get())), "Renamed");
 }
 
 // A whole install, as the library runs it: false at the first failure,
@@ -79,8 +87,8 @@ bool install() {
 
 TEST_F(PreferencesCommitFaults, EveryFailingCallOfAnInstallLeavesTheOldOrTheNewStore) {
   Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());  // the store to return to
-  const std::string document = storeDir() + "/preferences.json";
-  const std::string original = fileBytes(document);
+  const std::string database = storeDir() + "/preferences.db";
+  const std::string original = fileBytes(database);
   const int descriptors = openDescriptors();
   const char *operations[] = {"ZNPreferencesCreate",
                               "ZNPreferencesLock",
@@ -94,16 +102,13 @@ TEST_F(PreferencesCommitFaults, EveryFailingCallOfAnInstallLeavesTheOldOrTheNewS
                               "ZNNetworkSetAddService",
                               "ZNNetworkSetSetSelectedVPNService",
                               "ZNPreferencesCommitChanges",
-                              "commit.write",
-                              "commit.fsync",
-                              "commit.rename",
+                              "commit.row",
                               "ZNPreferencesApplyChanges",
                               "ZNPreferencesUnlock"};
   int failures = 0;
   for (const char *operation : operations) {
     for (long nth = 1;; ++nth) {
-      std::filesystem::remove(storeDir() + "/applied.json");
-      std::ofstream(document, std::ios::binary | std::ios::trunc) << original;
+      std::ofstream(database, std::ios::binary | std::ios::trunc) << original;
       PTReset();
       PTFailNthCall(operation, nth);
       bool installed = install();
@@ -116,8 +121,8 @@ TEST_F(PreferencesCommitFaults, EveryFailingCallOfAnInstallLeavesTheOldOrTheNewS
       std::string names = serviceNames(reader.get());
       EXPECT_TRUE(names.empty() || names == "Installed") << names;
       EXPECT_EQ(installed, !fired);
-      EXPECT_EQ(fired && names.empty(), fileBytes(document) == original);
-      // Nothing kept: no session (its lock descriptor), no temporary file.
+      EXPECT_EQ(fired && names.empty(), fileBytes(database) == original);
+      // Nothing kept: no session (its descriptors), no temporary file.
       reader = {};
       EXPECT_EQ(openDescriptors(), descriptors);
       for (const std::string &name : directoryEntries(storeDir())) {

@@ -1,5 +1,5 @@
-// Sessions on a store: opening, visibility of changes, the lock, staleness
-// and apply, within one process and across processes.
+// Sessions on a store: opening, visibility of changes, the lock, staleness,
+// commit and apply, within one process and across processes.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -7,9 +7,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <thread>
 
+#include "platform/prefs/session.hpp"
 #include "platform/prefs/support.hpp"
 #include "support/test_support.hpp"
+#include "tarnwick/platform/testing.h"
 
 namespace tw::test {
 namespace {
@@ -19,6 +23,10 @@ Ref<ZNPreferencesRef> open() { return Ref<ZNPreferencesRef>::adopt(ZNPreferences
 std::string currentSetID(ZNPreferencesRef prefs) {
   auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs));
   return textOf(ZNNetworkSetGetSetID(set.get()));
+}
+
+bool lockAndUnlock(ZNPreferencesRef prefs) {
+  return ZNPreferencesLock(prefs, false) && ZNPreferencesUnlock(prefs);
 }
 
 using PreferencesOpen = StoreTest;
@@ -35,15 +43,26 @@ TEST_F(PreferencesOpen, NewStoreHasOneCurrentDefaultSetThatEveryProcessShares) {
   EXPECT_EQ(runInChildProcess([&] { return currentSetID(open().get()) == id; }), 0);
 }
 
-TEST_F(PreferencesOpen, CreateMakesAMissingStoreDirectoryPrivateToTheUser) {
+TEST_F(PreferencesOpen, StoreFilesArePrivateToTheUserInAPrivateDirectory) {
   const std::string nested = storeDir() + "/state/tarnwick";
   ZNStoreSetDirectory(nested.c_str());
-  ASSERT_TRUE(open());
-  for (const std::string &dir : {storeDir() + "/state", nested}) {
+  auto prefs = open();
+  ASSERT_TRUE(prefs);
+  createL2TPService(prefs.get(), "Committed");
+  ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
+  for (const std::string &path : {storeDir() + "/state", nested}) {
     struct stat info;
-    ASSERT_EQ(stat(dir.c_str(), &info), 0) << dir;
-    EXPECT_EQ(info.st_mode & 0777, 0700u) << dir;
+    ASSERT_EQ(stat(path.c_str(), &info), 0) << path;
+    EXPECT_EQ(info.st_mode & 0777, 0700u) << path;
   }
+  int files = 0;
+  for (const auto &entry : std::filesystem::directory_iterator(nested)) {
+    struct stat info;
+    ASSERT_EQ(stat(entry.path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u) << entry.path();
+    ++files;
+  }
+  EXPECT_GE(files, 2);  // the database and the lock file, perhaps the journal
 }
 
 TEST_F(PreferencesOpen, MissingOrUnwritableDirectoryFailsWithItsOwnCode) {
@@ -54,32 +73,81 @@ TEST_F(PreferencesOpen, MissingOrUnwritableDirectoryFailsWithItsOwnCode) {
   EXPECT_FALSE(std::filesystem::exists(missing));
 
   if (geteuid() == 0) GTEST_SKIP() << "root bypasses directory permissions";
-  ASSERT_TRUE(open());  // a store with a document
+  ASSERT_TRUE(open());  // a store with a database
   chmod(storeDir().c_str(), 0500);
   EXPECT_EQ(ZNPreferencesCreateWithStore(storeDir().c_str()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusAccessDenied);
   chmod(storeDir().c_str(), 0700);
 }
 
-TEST_F(PreferencesOpen, CorruptOrMisshapenDocumentFailsAndIsNeverReplaced) {
-  const std::string document = storeDir() + "/preferences.json";
-  const char *cases[] = {
-      "{\"generation\": 1, \"sets\": [",  // not JSON
-      "[]",                               // not an object
-      R"({"generation": 1, "sets": {}, "services": []})",
-      R"({"generation": 0, "sets": [], "services": []})",
-      R"({"generation": 1, "sets": [{"id": "s", "services": ["gone"]}], "services": []})",
-      R"({"generation": 1, "sets": [], "services": [{"id": "a", "enabled": true,
-          "interfaces": [{"type": "IPSec", "configuration": [1]}], "protocols": []}]})",
-      R"({"generation": 1, "sets": [], "services": [{"id": "a", "enabled": true,
-          "interfaces": [], "protocols": []}]})",
+TEST_F(PreferencesOpen, ForeignCorruptOrNewerDatabaseFailsAndIsNeverWritten) {
+  const std::string database = storeDir() + "/preferences.db";
+  const std::string ours = "PRAGMA application_id=1415008326;";  // "TWPF"
+  struct Case {
+    const char *what;
+    std::string sql;  // run on a new file; empty: the raw bytes below instead
+    std::string bytes;
+  } cases[] = {
+      {"not a database", "", "{\"generation\": 1, \"sets\": []}"},
+      {"empty file", "", ""},
+      {"another application's", "PRAGMA user_version=1; CREATE TABLE store(x);", ""},
+      {"a newer schema", ours + "PRAGMA user_version=2; CREATE TABLE store(x);", ""},
+      {"write-ahead log",
+       ours + "PRAGMA user_version=1; PRAGMA journal_mode=WAL; CREATE TABLE t(x);", ""},
+      {"ours without its tables", ours + "PRAGMA user_version=1; CREATE TABLE other(x);", ""},
   };
-  for (const char *bytes : cases) {
-    std::ofstream(document, std::ios::trunc) << bytes;
-    EXPECT_EQ(ZNPreferencesCreateWithStore(storeDir().c_str()), nullptr) << bytes;
-    EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << bytes;
-    EXPECT_EQ(fileBytes(document), bytes);
+  for (const Case &c : cases) {
+    std::filesystem::remove(database);
+    if (c.sql.empty()) {
+      std::ofstream(database, std::ios::binary) << c.bytes;
+    } else {
+      runSql(database, c.sql);
+    }
+    const std::string before = fileBytes(database);
+    const auto entries = std::distance(std::filesystem::directory_iterator(storeDir()), {});
+    EXPECT_EQ(ZNPreferencesCreateWithStore(storeDir().c_str()), nullptr) << c.what;
+    EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << c.what;
+    EXPECT_EQ(fileBytes(database), before) << c.what;
+    // Nothing beside it either: no journal, no second database. The lock
+    // file is made by the first open.
+    EXPECT_LE(std::distance(std::filesystem::directory_iterator(storeDir()), {}), entries + 1)
+        << c.what;
   }
+}
+
+TEST_F(PreferencesOpen, SymbolicLinksInPlaceOfStoreFilesAreRefusedNotFollowed) {
+  const std::string target = storeDir() + "/elsewhere";
+  ASSERT_EQ(symlink(target.c_str(), (storeDir() + "/preferences.lock").c_str()), 0);
+  EXPECT_EQ(ZNPreferencesCreateWithStore(storeDir().c_str()), nullptr);
+  EXPECT_NE(ZNError(), kZNStatusOK);
+  EXPECT_FALSE(std::filesystem::exists(target));
+  std::filesystem::remove(storeDir() + "/preferences.lock");
+
+  // A store elsewhere, linked in as this directory's database.
+  const std::string other = storeDir() + "/other";
+  std::filesystem::create_directory(other);
+  ASSERT_TRUE(Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreateWithStore(other.c_str())));
+  ASSERT_EQ(symlink((other + "/preferences.db").c_str(), (storeDir() + "/preferences.db").c_str()),
+            0);
+  EXPECT_EQ(ZNPreferencesCreateWithStore(storeDir().c_str()), nullptr);
+  EXPECT_NE(ZNError(), kZNStatusOK);
+}
+
+TEST_F(PreferencesOpen, DatabaseIsOpenedWithTheDurabilityTheStorePromises) {
+  auto prefs = open();
+  sqlite3 *db = static_cast<ZNPreferences *>(prefs.get())->db.get();
+  auto pragma = [&](const char *sql) {
+    sqlite3_stmt *statement = nullptr;
+    sqlite3_prepare_v2(db, sql, -1, &statement, nullptr);
+    std::string value;
+    if (sqlite3_step(statement) == SQLITE_ROW) {
+      value = reinterpret_cast<const char *>(sqlite3_column_text(statement, 0));
+    }
+    sqlite3_finalize(statement);
+    return value;
+  };
+  EXPECT_EQ(pragma("PRAGMA journal_mode"), "truncate");  // a rollback journal, never WAL
+  EXPECT_EQ(pragma("PRAGMA synchronous"), "2");          // FULL
 }
 
 using PreferencesSession = StoreTest;
@@ -97,6 +165,84 @@ TEST_F(PreferencesSession, ChangesStayInTheSessionUntilCommitThenSurviveInANewPr
   EXPECT_EQ(runInChildProcess([] { return serviceNames(open().get()) == "Office"; }), 0);
 }
 
+TEST_F(PreferencesSession, CommitWritesOnlyTheRowsItChanged) {
+  {
+    auto prefs = open();
+    auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+    for (int i = 0; i < 20; ++i) {
+      auto service = createL2TPService(prefs.get(), ("Service " + std::to_string(i)).c_str());
+      ZNNetworkSetAddService(set.get(), service.get());
+      ZNNetworkSetSetSelectedVPNService(set.get(), service.get());
+    }
+    ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
+  }
+  auto prefs = open();
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+  auto first = at<ZNNetworkServiceRef>(services.get(), 0);
+  auto last = at<ZNNetworkServiceRef>(services.get(), 19);
+  struct Step {
+    const char *what;
+    std::function<bool()> change;
+    long rows;
+  } steps[] = {
+      {"a rename", [&] { return ZNNetworkServiceSetName(first, text("Renamed").get()); }, 1},
+      {"a new service in the set",
+       [&] {
+         auto service = createL2TPService(prefs.get(), "New");
+         return ZNNetworkSetAddService(set.get(), service.get());
+       },
+       2},
+      {"the selected member removed",  // its row, its membership, the set's selection
+       [&] { return ZNNetworkServiceRemove(last); }, 3},
+      {"nothing", [] { return true; }, 0},
+  };
+  for (const Step &step : steps) {
+    PTReset();
+    ASSERT_TRUE(step.change()) << step.what;
+    ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get())) << step.what;
+    EXPECT_EQ(PTCallCount("commit.row"), step.rows) << step.what;
+  }
+  EXPECT_EQ(runInChildProcess([] {
+              auto reader = open();
+              auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(reader.get()));
+              auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(current.get()));
+              std::string names = serviceNames(reader.get());
+              return names.rfind("Renamed,Service 1,", 0) == 0 &&
+                     names.find("Service 19") == std::string::npos &&
+                     names.ends_with("Service 18,New") && PVArrayGetCount(members.get()) == 20 &&
+                     ZNNetworkSetCopySelectedVPNService(current.get()) == nullptr;
+            }),
+            0);
+}
+
+TEST_F(PreferencesSession, CommitAfterSynchronizeDroppedTheChangesWritesNothing) {
+  auto session = open();
+  auto other = open();
+  createL2TPService(session.get(), "Dropped");
+  ZNPreferencesSynchronize(session.get());
+  ASSERT_TRUE(ZNPreferencesCommitChanges(session.get()));
+  EXPECT_EQ(PTCallCount("commit.row"), 0);
+  EXPECT_TRUE(lockAndUnlock(other.get()));  // no new generation made it stale
+  EXPECT_EQ(serviceNames(open().get()), "");
+}
+
+TEST_F(PreferencesSession, CommitAtTheLastGenerationFailsAndLeavesTheStoreReadable) {
+  ASSERT_TRUE(open());
+  ASSERT_EQ(runSql(storeDir() + "/preferences.db",
+                   "UPDATE store SET generation = 9223372036854775807, applied = 0"),
+            "");
+  auto prefs = open();
+  ASSERT_TRUE(prefs);
+  createL2TPService(prefs.get(), "One too many");
+  EXPECT_FALSE(ZNPreferencesCommitChanges(prefs.get()));
+  EXPECT_EQ(ZNError(), kZNStatusFailed);
+  auto reader = open();
+  ASSERT_TRUE(reader);
+  EXPECT_EQ(serviceNames(reader.get()), "");
+  EXPECT_TRUE(lockAndUnlock(reader.get()));
+}
+
 using PreferencesLock = StoreTest;
 
 TEST_F(PreferencesLock, StaleSessionCannotLockOrCommitUntilSynchronized) {
@@ -110,14 +256,11 @@ TEST_F(PreferencesLock, StaleSessionCannotLockOrCommitUntilSynchronized) {
   EXPECT_EQ(ZNError(), kZNStatusStale);
   EXPECT_FALSE(ZNPreferencesCommitChanges(first.get()));
   EXPECT_EQ(ZNError(), kZNStatusStale);
-  // The failed lock holds nothing.
-  EXPECT_TRUE(ZNPreferencesLock(second.get(), false));
-  EXPECT_TRUE(ZNPreferencesUnlock(second.get()));
+  EXPECT_TRUE(lockAndUnlock(second.get()));  // the failed lock holds nothing
 
   ZNPreferencesSynchronize(first.get());
   EXPECT_EQ(serviceNames(first.get()), "Kept");  // its own change is dropped
-  EXPECT_TRUE(ZNPreferencesLock(first.get(), false));
-  EXPECT_TRUE(ZNPreferencesUnlock(first.get()));
+  EXPECT_TRUE(lockAndUnlock(first.get()));
 
   // The same when the other session is in another process.
   ASSERT_EQ(runInChildProcess([] {
@@ -150,34 +293,84 @@ TEST_F(PreferencesLock, TwoSessionsOfOneProcessExcludeEachOther) {
   EXPECT_TRUE(ZNPreferencesLock(second.get(), false));
 }
 
-TEST_F(PreferencesLock, WaitingLockSucceedsOnceAnotherProcessReleasesIt) {
-  auto prefs = open();
-  int held[2], release[2];
-  ASSERT_EQ(pipe(held), 0);
-  ASSERT_EQ(pipe(release), 0);
-  const std::string marker = storeDir() + "/released";
-  fflush(nullptr);
-  pid_t child = fork();
-  if (child == 0) {
-    auto other = open();
-    char signal = ZNPreferencesLock(other.get(), true) ? 'L' : 'F';
-    if (write(held[1], &signal, 1) != 1 || read(release[0], &signal, 1) != 1) _exit(1);
-    usleep(100 * 1000);  // the parent is meant to be waiting by now
-    close(::open(marker.c_str(), O_CREAT | O_WRONLY, 0600));
-    _exit(ZNPreferencesUnlock(other.get()) ? 0 : 1);
+// Lock, commit and apply each wait while another process holds the lock,
+// and go ahead once it lets go.
+TEST_F(PreferencesLock, LockCommitAndApplyWaitForAnotherProcessToRelease) {
+  const std::pair<const char *, std::function<bool(ZNPreferencesRef)>> operations[] = {
+      {"lock", [](ZNPreferencesRef prefs) { return ZNPreferencesLock(prefs, true) != 0; }},
+      {"commit",
+       [](ZNPreferencesRef prefs) {
+         createL2TPService(prefs, "Waited");
+         return ZNPreferencesCommitChanges(prefs) != 0;
+       }},
+      {"apply", [](ZNPreferencesRef prefs) { return ZNPreferencesApplyChanges(prefs) != 0; }},
+  };
+  for (const auto &[what, operation] : operations) {
+    auto prefs = open();
+    int held[2], release[2];
+    ASSERT_EQ(pipe(held), 0);
+    ASSERT_EQ(pipe(release), 0);
+    const std::string marker = storeDir() + "/released";
+    std::filesystem::remove(marker);
+    fflush(nullptr);
+    pid_t child = fork();
+    if (child == 0) {
+      auto other = open();
+      char signal = ZNPreferencesLock(other.get(), true) ? 'L' : 'F';
+      if (write(held[1], &signal, 1) != 1 || read(release[0], &signal, 1) != 1) _exit(1);
+      usleep(100 * 1000);  // the parent is meant to be waiting by now
+      close(::open(marker.c_str(), O_CREAT | O_WRONLY, 0600));
+      _exit(ZNPreferencesUnlock(other.get()) ? 0 : 1);
+    }
+    char signal = 0;
+    ASSERT_EQ(read(held[0], &signal, 1), 1);
+    ASSERT_EQ(signal, 'L');
+    EXPECT_FALSE(ZNPreferencesLock(prefs.get(), false));
+    EXPECT_EQ(ZNError(), kZNStatusLockFailed);
+    ASSERT_EQ(write(release[1], "g", 1), 1);
+    EXPECT_TRUE(operation(prefs.get())) << what;
+    EXPECT_TRUE(std::filesystem::exists(marker)) << what;  // only after the child let go
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    for (int fd : {held[0], held[1], release[0], release[1]}) close(fd);
   }
-  char signal = 0;
-  ASSERT_EQ(read(held[0], &signal, 1), 1);
-  ASSERT_EQ(signal, 'L');
-  EXPECT_FALSE(ZNPreferencesLock(prefs.get(), false));
-  EXPECT_EQ(ZNError(), kZNStatusLockFailed);
-  ASSERT_EQ(write(release[1], "g", 1), 1);
-  EXPECT_TRUE(ZNPreferencesLock(prefs.get(), true));
-  EXPECT_TRUE(std::filesystem::exists(marker));  // granted only after the child let go
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  for (int fd : {held[0], held[1], release[0], release[1]}) close(fd);
+  EXPECT_EQ(serviceNames(open().get()), "Waited");
+}
+
+TEST_F(PreferencesLock, NoThreadWaitsForTheLockItHoldsThroughAnotherSession) {
+  auto holder = open();
+  auto modified = open();
+  auto unmodified = open();
+  createL2TPService(modified.get(), "Never");
+  ASSERT_TRUE(ZNPreferencesLock(holder.get(), true));
+  const std::pair<const char *, std::function<bool()>> blocked[] = {
+      {"lock", [&] { return ZNPreferencesLock(modified.get(), true) != 0; }},
+      {"commit", [&] { return ZNPreferencesCommitChanges(modified.get()) != 0; }},
+      {"commit of nothing", [&] { return ZNPreferencesCommitChanges(unmodified.get()) != 0; }},
+      {"apply", [&] { return ZNPreferencesApplyChanges(unmodified.get()) != 0; }},
+      {"open of a store without a database",
+       [&] {
+         std::filesystem::remove(storeDir() + "/preferences.db");
+         return static_cast<bool>(open());
+       }},
+  };
+  for (const auto &[what, call] : blocked) {
+    EXPECT_FALSE(call()) << what;
+    EXPECT_EQ(ZNError(), kZNStatusLockFailed) << what;
+  }
+
+  // A session of another thread does wait, and gets the lock once it is free.
+  bool locked = false;
+  std::thread other([&] {
+    auto prefs = open();
+    locked = prefs && ZNPreferencesLock(prefs.get(), true);
+  });
+  usleep(100 * 1000);
+  EXPECT_FALSE(locked);
+  ASSERT_TRUE(ZNPreferencesUnlock(holder.get()));
+  other.join();
+  EXPECT_TRUE(locked);
 }
 
 using PreferencesApply = StoreTest;

@@ -6,7 +6,7 @@
 namespace tw::test {
 namespace {
 
-using PreferencesDocument = StoreTest;
+using ServiceBody = StoreTest;
 
 // The same every time it is built, in either process.
 Ref<PVDictionaryRef> everyKindOfValue() {
@@ -50,7 +50,7 @@ bool readsBackEveryValue() {
          PVArrayGetCount(members.get()) == 1 && textOf(ZNNetworkSetGetName(set.get())) == "Renamed";
 }
 
-TEST_F(PreferencesDocument, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
+TEST_F(ServiceBody, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto service = createL2TPService(prefs.get(), "Everything");
   auto values = everyKindOfValue();

@@ -1,0 +1,84 @@
+// The store's rows as another program could leave them: rows that do not
+// hold together fail the open, a service body that does not decode fails
+// the first use of that service; neither is ever rewritten.
+#include <fstream>
+
+#include "platform/prefs/support.hpp"
+#include "support/test_support.hpp"
+
+namespace tw::test {
+namespace {
+
+using PreferencesTables = StoreTest;
+
+// A committed store with one service, a member of the current set.
+std::string storeWithOneService(const std::string &directory) {
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  auto service = createL2TPService(prefs.get(), "Member");
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  ZNNetworkSetAddService(set.get(), service.get());
+  ZNPreferencesCommitChanges(prefs.get());
+  return directory + "/preferences.db";
+}
+
+TEST_F(PreferencesTables, RowsThatDoNotHoldTogetherFailTheOpenAndAreLeftAlone) {
+  const std::string database = storeWithOneService(storeDir());
+  const std::string original = fileBytes(database);
+  const char *damages[] = {
+      "DELETE FROM store",
+      "UPDATE store SET generation = 0",
+      "UPDATE store SET applied = generation + 1",
+      "UPDATE store SET current_set = 'gone'",
+      "UPDATE store SET generation = 'two'",
+      "UPDATE sets SET selected = 'gone'",
+      "UPDATE sets SET id = 7",
+      "UPDATE members SET service_id = 'gone'",
+      "UPDATE members SET set_id = 'gone'",
+      "UPDATE services SET enabled = 2",
+      "UPDATE services SET body = 42",
+      "UPDATE services SET id = CAST(X'61006263' AS TEXT)",  // U+0000 inside
+      "UPDATE services SET name = CAST(X'4f6666006365' AS TEXT)",
+      "UPDATE sets SET name = CAST(X'ff' AS TEXT)",  // not UTF-8
+      "DROP TABLE members",
+  };
+  for (const char *damage : damages) {
+    std::ofstream(database, std::ios::binary | std::ios::trunc) << original;
+    ASSERT_EQ(runSql(database, damage), "") << damage;
+    const std::string damaged = fileBytes(database);
+    EXPECT_EQ(ZNPreferencesCreateWithStore(storeDir().c_str()), nullptr) << damage;
+    EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << damage;
+    EXPECT_EQ(fileBytes(database), damaged) << damage;
+  }
+}
+
+TEST_F(PreferencesTables, UndecodableServiceFailsItsFirstUseAndIsNeverRewritten) {
+  const std::string database = storeWithOneService(storeDir());
+  const char *bodies[] = {
+      "not JSON",
+      R"({"interfaces": [], "protocols": []})",
+      R"({"interfaces": [{"type": "IPSec", "configuration": [1]}], "protocols": []})",
+      R"({"interfaces": [{"type": "IP\u0000Sec"}], "protocols": []})",
+      R"({"interfaces": [{"type": "IPSec"}], "protocols": [{"type": "DNS"}, {"type": "DNS"}]})",
+  };
+  for (const char *body : bodies) {
+    ASSERT_EQ(runSql(database, "UPDATE services SET body = '" + std::string(body) + "'"), "");
+    auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+    ASSERT_TRUE(prefs) << body;
+    EXPECT_EQ(serviceNames(prefs.get()), "Member") << body;
+    auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+    auto service = at<ZNNetworkServiceRef>(services.get(), 0);
+    EXPECT_EQ(ZNNetworkServiceGetInterface(service), nullptr) << body;
+    EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << body;
+    EXPECT_EQ(ZNNetworkServiceCopyProtocols(service), nullptr) << body;
+    EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << body;
+
+    // The rest of the session works, and its commit leaves that row alone.
+    createL2TPService(prefs.get(), "Other");
+    ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get())) << body;
+    EXPECT_EQ(runSql(database, "SELECT body FROM services WHERE name = 'Member'"), body);
+    ASSERT_EQ(runSql(database, "DELETE FROM services WHERE name = 'Other'"), "");
+  }
+}
+
+}  // namespace
+}  // namespace tw::test
