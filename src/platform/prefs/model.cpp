@@ -53,21 +53,36 @@ Service::Service(StringRef serviceId, ServiceBody body)
     : id(std::move(serviceId)), body_(std::move(body)) {}
 
 Service::Service(StringRef serviceId, StringRef serviceName, bool isEnabled,
-                 std::string encodedBody)
+                 std::string_view encodedBody)
     : id(std::move(serviceId)),
       name(std::move(serviceName)),
       enabled(isEnabled),
-      encoded_(std::move(encodedBody)) {}
+      encoded_(encodedBody) {}
 
 ServiceBody &Service::body() {
   if (!body_) {
     body_ = decodeServiceBody(encoded_);
-    std::string().swap(encoded_);
+    encoded_ = {};
   }
   return *body_;
 }
 
-std::string Service::encodedBody() const { return body_ ? encodeServiceBody(*body_) : encoded_; }
+std::string Service::encodedBody() const {
+  return body_ ? encodeServiceBody(*body_) : std::string(encoded_);
+}
+
+std::string_view Arena::keep(std::string_view bytes) {
+  constexpr size_t kBlockSize = 256 * 1024;
+  if (capacity_ - used_ < bytes.size()) {
+    capacity_ = std::max(kBlockSize, bytes.size());
+    blocks_.emplace_back(new char[capacity_]);  // left uninitialised: every byte is copied over
+    used_ = 0;
+  }
+  char *kept = blocks_.back().get() + used_;
+  std::copy(bytes.begin(), bytes.end(), kept);
+  used_ += bytes.size();
+  return std::string_view(kept, bytes.size());
+}
 
 Service &Document::addService(Service service) {
   std::string id(text(service.id.get()));

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -144,8 +145,9 @@ class Service {
  public:
   // A new service, its body decoded.
   Service(StringRef id, ServiceBody body);
-  // A service of the snapshot: its body stays encoded until first used.
-  Service(StringRef id, StringRef name, bool enabled, std::string encodedBody);
+  // A service of the snapshot: its body stays encoded (in the snapshot's
+  // arena) until first used.
+  Service(StringRef id, StringRef name, bool enabled, std::string_view encodedBody);
 
   // Throws kZNStatusCorruptStore when the stored body does not decode.
   ServiceBody &body();
@@ -160,7 +162,20 @@ class Service {
 
  private:
   std::optional<ServiceBody> body_;
-  std::string encoded_;  // the row's bytes until decoded
+  std::string_view encoded_;  // the row's bytes until decoded
+};
+
+// Bytes kept for the life of a snapshot, packed into large blocks rather
+// than one allocation each: the encoded service bodies. What it hands out
+// stays where it is.
+class Arena {
+ public:
+  std::string_view keep(std::string_view bytes);
+
+ private:
+  std::vector<std::unique_ptr<char[]>> blocks_;
+  size_t used_ = 0;
+  size_t capacity_ = 0;
 };
 
 struct Member {};  // a set membership: its identifier is the service's
@@ -179,6 +194,7 @@ struct Document {
   Rows<Set> sets;
   Rows<Service> services;
   int64_t nextMember = 1;  // the next position in the members table
+  std::unique_ptr<Arena> arena = std::make_unique<Arena>();  // the snapshot's service bodies
 
   Service &addService(Service service);
   Set &addSet(StringRef id);

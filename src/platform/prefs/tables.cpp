@@ -132,7 +132,8 @@ void readServices(Database &db, Document &document) {
     const int bodyType = row.type(4);
     if (bodyType != SQLITE_BLOB && bodyType != SQLITE_TEXT) corrupt();
     std::string key(text(id.get()));
-    Service service(std::move(id), optionalString(row, 2), enabled == 1, std::string(row.bytes(4)));
+    Service service(std::move(id), optionalString(row, 2), enabled == 1,
+                    document.arena->keep(row.bytes(4)));
     if (!document.services.load(integerAt(row, 0), std::move(key), std::move(service))) {
       corrupt();
     }
