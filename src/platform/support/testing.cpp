@@ -1,23 +1,31 @@
 // Call counts, planned failures and captures for the testing interface.
 #include "tarnwick/platform/testing.h"
 
+#include <atomic>
 #include <deque>
 #include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "platform/support/capture.hpp"
 #include "platform/support/fault.hpp"
 
 namespace {
 
+// One operation's calls and the call number planned to fail (0: none).
+struct Counter {
+  std::atomic<long> calls{0};
+  std::atomic<long> failAt{0};
+};
+
 struct State {
   std::mutex mutex;
-  std::map<std::string, long, std::less<>> calls;
-  std::map<std::string, long, std::less<>> failAt;  // absolute call number to fail
-  long cofferCalls = 0;
-  long cofferWrites = 0;
+  // Counters are never erased, only zeroed, so pointers to them stay valid.
+  std::map<std::string, Counter, std::less<>> counters;
+  std::atomic<long> cofferCalls{0};
+  std::atomic<long> cofferWrites{0};
 
   // A deque keeps the texts in place as more are captured, so the pointers
   // handed out stay valid until the next reset or start.
@@ -44,23 +52,36 @@ State &state() {
   return *s;
 }
 
+Counter &counterNamed(State &s, std::string_view name) {
+  std::lock_guard lock(s.mutex);
+  auto found = s.counters.find(name);
+  if (found == s.counters.end()) found = s.counters.try_emplace(std::string(name)).first;
+  return found->second;
+}
+
+// Every platform call passes here, so the counter is found by the name's
+// address (a string of static storage) in a per-thread cache, without a
+// lock or a string comparison.
+Counter &counterAt(State &s, const char *operation) {
+  thread_local std::unordered_map<const char *, Counter *> cache;
+  Counter *&cached = cache[operation];
+  if (!cached) cached = &counterNamed(s, operation);
+  return *cached;
+}
+
 }  // namespace
 
 namespace pt {
 
 bool enter(const char *operation, Family family) {
   State &s = state();
-  std::lock_guard lock(s.mutex);
-  if (family != Family::Preferences) ++s.cofferCalls;
-  if (family == Family::CofferWrite) ++s.cofferWrites;
-  // Found without making a std::string: every platform call passes here.
-  auto counted = s.calls.find(std::string_view(operation));
-  if (counted == s.calls.end()) counted = s.calls.emplace(operation, 0).first;
-  long n = ++counted->second;
-  auto planned = s.failAt.find(operation);
-  if (planned == s.failAt.end() || planned->second != n) return false;
-  s.failAt.erase(planned);
-  return true;
+  if (family != Family::Preferences) s.cofferCalls.fetch_add(1, std::memory_order_relaxed);
+  if (family == Family::CofferWrite) s.cofferWrites.fetch_add(1, std::memory_order_relaxed);
+  Counter &counter = counterAt(s, operation);
+  long n = counter.calls.fetch_add(1, std::memory_order_relaxed) + 1;
+  long planned = counter.failAt.load(std::memory_order_relaxed);
+  // Only the one call that claims the plan fails.
+  return planned == n && counter.failAt.compare_exchange_strong(planned, 0);
 }
 
 void captureLog(int level, const char *text) {
@@ -90,8 +111,10 @@ extern "C" {
 void PTReset(void) noexcept {
   State &s = state();
   std::lock_guard lock(s.mutex);
-  s.calls.clear();
-  s.failAt.clear();
+  for (auto &[name, counter] : s.counters) {
+    counter.calls = 0;
+    counter.failAt = 0;
+  }
   s.cofferCalls = 0;
   s.cofferWrites = 0;
   s.capturing = false;
@@ -100,32 +123,18 @@ void PTReset(void) noexcept {
 
 void PTFailNthCall(const char *operation, long nth) noexcept {
   if (!operation || nth < 1) return;
-  State &s = state();
-  std::lock_guard lock(s.mutex);
-  auto it = s.calls.find(operation);
-  long done = it == s.calls.end() ? 0 : it->second;
-  s.failAt[operation] = done + nth;
+  Counter &counter = counterNamed(state(), operation);
+  counter.failAt = counter.calls + nth;
 }
 
 long PTCallCount(const char *operation) noexcept {
   if (!operation) return 0;
-  State &s = state();
-  std::lock_guard lock(s.mutex);
-  auto it = s.calls.find(operation);
-  return it == s.calls.end() ? 0 : it->second;
+  return counterNamed(state(), operation).calls;
 }
 
-long PTCofferWriteCount(void) noexcept {
-  State &s = state();
-  std::lock_guard lock(s.mutex);
-  return s.cofferWrites;
-}
+long PTCofferWriteCount(void) noexcept { return state().cofferWrites; }
 
-long PTCofferCallCount(void) noexcept {
-  State &s = state();
-  std::lock_guard lock(s.mutex);
-  return s.cofferCalls;
-}
+long PTCofferCallCount(void) noexcept { return state().cofferCalls; }
 
 void PTCaptureStart(void) noexcept {
   State &s = state();
