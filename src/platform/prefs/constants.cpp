@@ -1,8 +1,8 @@
 // Every platform key is its own immortal object: the configuration-type
 // classifier matches by identity, so two keys of equal text must still be
 // two objects.
-#include "tarnwick/platform/prefs.h"
 #include "platform/values/object.hpp"
+#include "tarnwick/platform/prefs.h"
 
 PV_DEFINE_CONSTANT_STRING(kZNEntNetIPSec, "IPSec")
 PV_DEFINE_CONSTANT_STRING(kZNEntNetIPv4, "IPv4")

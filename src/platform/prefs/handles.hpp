@@ -40,23 +40,14 @@ struct ZNNetworkSet : zn::SessionObject<pv::Kind::NetworkSet> {
   void changed() const { prefs().setChanged(zn::text(id.get())); }
 };
 
-// Remembers where its service is until a service may have left the session,
-// so that walking a long list of handles does no lookups.
 struct ZNNetworkService : zn::SessionObject<pv::Kind::NetworkService> {
   ZNNetworkService(ZNPreferences &session, zn::Service &service)
-      : SessionObject(session, service.id), found_(&service), epoch_(session.epoch) {}
-  zn::Service &model() const {
-    if (epoch_ != prefs().epoch) {
-      found_ = &prefs().service(zn::text(id.get()));
-      epoch_ = prefs().epoch;
-    }
-    return *found_;
-  }
+      : SessionObject(session, service.id), locator_(service, session.epoch) {}
+  zn::Service &model() const { return locator_.locate(prefs(), zn::text(id.get())); }
   void changed() const { prefs().serviceChanged(zn::text(id.get())); }
 
  private:
-  mutable zn::Service *found_;
-  mutable uint64_t epoch_;
+  zn::ServiceLocator locator_;
 };
 
 // Named by its service's identifier and its type.
@@ -72,6 +63,9 @@ struct ZNNetworkProtocol : zn::SessionObject<pv::Kind::NetworkProtocol> {
   void changed() const { prefs().serviceChanged(zn::text(id.get())); }
 
   const zn::StringRef type;
+
+ private:
+  zn::ServiceLocator locator_;
 };
 
 // An interface layer: the platform's IPv4 interface, a free-standing layer

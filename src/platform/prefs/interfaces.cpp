@@ -49,14 +49,17 @@ struct SessionLayer final : ZNNetworkInterface {
     return found;
   }
   ZNNetworkInterfaceRef below() const override {
-    return depth_ + 1 < chain().size() ? session_->layerHandle(serviceId_, depth_ + 1) : nullptr;
+    if (depth_ + 1 >= chain().size()) return nullptr;
+    // Both belong to the session, which keeps them as long as it lives.
+    if (!below_) below_ = session_->layerHandle(serviceId_, depth_ + 1);
+    return below_;
   }
   void detach() { session_ = nullptr; }
 
  private:
   std::vector<zn::Layer> &chain() const {
     if (!session_) fail(kZNStatusNoSuchObject);
-    return session_->service(zn::text(serviceId_.get())).body().chain;
+    return locator_.locate(*session_, zn::text(serviceId_.get())).body().chain;
   }
   zn::Layer &find() const {
     std::vector<zn::Layer> &layers = chain();
@@ -67,25 +70,31 @@ struct SessionLayer final : ZNNetworkInterface {
   ZNPreferences *session_;  // not retained: the session owns this handle
   const zn::StringRef serviceId_;
   const size_t depth_;
+  zn::ServiceLocator locator_;
+  mutable ZNNetworkInterfaceRef below_ = nullptr;
 };
 
 }  // namespace
 
 ZNNetworkInterfaceRef ZNPreferences::layerHandle(const zn::StringRef &serviceId, size_t depth) {
-  auto key = std::make_pair(std::string(zn::text(serviceId.get())), depth);
-  auto found = layers_.find(key);
-  if (found != layers_.end()) return found->second;
-  auto handle = pv::Ref<ZNNetworkInterfaceRef>::adopt(new SessionLayer(*this, serviceId, depth));
-  layers_.emplace(std::move(key), handle.get());
-  return handle.release();  // the session's reference
+  std::string_view id = zn::text(serviceId.get());
+  auto found = layers_.find(id);
+  if (found == layers_.end()) found = layers_.try_emplace(std::string(id)).first;
+  std::vector<ZNNetworkInterfaceRef> &handles = found->second;
+  if (handles.size() <= depth) handles.resize(depth + 1, nullptr);
+  if (!handles[depth]) handles[depth] = new SessionLayer(*this, serviceId, depth);
+  return handles[depth];  // the session's reference
 }
 
 void ZNPreferences::releaseLayerHandles() noexcept {
-  for (auto &[key, handle] : layers_) {
-    // A caller may still hold a reference; the handle then reports its
-    // layer as gone rather than reach a session that no longer exists.
-    static_cast<SessionLayer *>(handle)->detach();
-    PVRelease(handle);
+  for (auto &[id, handles] : layers_) {
+    for (ZNNetworkInterfaceRef handle : handles) {
+      if (!handle) continue;
+      // A caller may still hold a reference; the handle then reports its
+      // layer as gone rather than reach a session that no longer exists.
+      static_cast<SessionLayer *>(handle)->detach();
+      PVRelease(handle);
+    }
   }
   layers_.clear();
 }
@@ -135,7 +144,8 @@ PVDictionaryRef ZNNetworkInterfaceGetExtendedConfiguration(ZNNetworkInterfaceRef
   });
 }
 
-PVArrayRef ZNNetworkInterfaceCopyExtendedConfigurationTypes(ZNNetworkInterfaceRef interface) noexcept {
+PVArrayRef ZNNetworkInterfaceCopyExtendedConfigurationTypes(
+    ZNNetworkInterfaceRef interface) noexcept {
   return zn::run(__func__, nullptr, [&] {
     const zn::Layer &layer = zn::expectInterface(interface).layer();
     auto types = pv::Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());

@@ -16,6 +16,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tarnwick/platform/prefs.h"
 #include "tarnwick/platform/ref.hpp"
 
 namespace zn {
@@ -159,6 +160,9 @@ class Service {
   StringRef id;
   StringRef name;  // null when unnamed
   bool enabled = true;
+  // The session's handle of the outer layer, once asked for: the session
+  // owns it and outlives this copy of the service.
+  ZNNetworkInterfaceRef outerLayer = nullptr;
 
  private:
   std::optional<ServiceBody> body_;

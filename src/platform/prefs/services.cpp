@@ -96,8 +96,10 @@ Boolean ZNNetworkServiceSetEnabled(ZNNetworkServiceRef service, Boolean enabled)
 ZNNetworkInterfaceRef ZNNetworkServiceGetInterface(ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
-    handle.model().body();
-    return handle.prefs().layerHandle(handle.id, 0);
+    zn::Service &model = handle.model();
+    model.body();
+    if (!model.outerLayer) model.outerLayer = handle.prefs().layerHandle(handle.id, 0);
+    return model.outerLayer;
   });
 }
 

@@ -44,7 +44,7 @@ void ZNPreferences::setChanged(std::string_view id) {
 
 zn::Protocol &ZNNetworkProtocol::model() const {
   zn::Protocol *found =
-      prefs().service(zn::text(id.get())).body().findProtocol(zn::text(type.get()));
+      locator_.locate(prefs(), zn::text(id.get())).body().findProtocol(zn::text(type.get()));
   if (!found) zn::fail(kZNStatusNoSuchObject);
   return *found;
 }

@@ -2,10 +2,11 @@
 // since, the store's lock and a connection to its database.
 #pragma once
 
-#include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/prefs/database.hpp"
 #include "platform/prefs/files.hpp"
@@ -43,5 +44,37 @@ struct ZNPreferences : pv::PVObject {
  private:
   void releaseLayerHandles() noexcept;
 
-  std::map<std::pair<std::string, size_t>, ZNNetworkInterfaceRef> layers_;
+  struct TextHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+  };
+  // By service identifier, then depth; null where none was asked for yet.
+  std::unordered_map<std::string, std::vector<ZNNetworkInterfaceRef>, TextHash, std::equal_to<>>
+      layers_;
 };
+
+namespace zn {
+
+// Finds a handle's service by identifier once, and again only after a
+// service may have left the session, so that walking many handles does no
+// lookups.
+class ServiceLocator {
+ public:
+  ServiceLocator() = default;
+  // Starts out knowing where the service is.
+  ServiceLocator(Service &service, uint64_t epoch) : found_(&service), epoch_(epoch) {}
+
+  Service &locate(ZNPreferences &session, std::string_view id) const {
+    if (!found_ || epoch_ != session.epoch) {
+      found_ = &session.service(id);
+      epoch_ = session.epoch;
+    }
+    return *found_;
+  }
+
+ private:
+  mutable Service *found_ = nullptr;
+  mutable uint64_t epoch_ = 0;
+};
+
+}  // namespace zn
