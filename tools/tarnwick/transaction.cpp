@@ -1,0 +1,89 @@
+#include "transaction.hpp"
+
+#include <cstdio>
+
+#include "failure.hpp"
+
+namespace tarnwick {
+namespace {
+
+constexpr Secret kAllSecrets[] = {Secret::accountPassword, Secret::sharedSecret,
+                                  Secret::proxyPassword};
+
+std::string platformError() { return ZNErrorString(ZNError()); }
+
+}  // namespace
+
+Transaction::Transaction(ZNPreferencesRef prefs) : prefs_(prefs) {
+  lockPreferences(prefs_);
+  appliedAtStart_ = ZNPreferencesGetAppliedGeneration(prefs_);
+}
+
+Transaction::~Transaction() {
+  if (!committed_) {
+    try {
+      undo();
+    } catch (const std::exception &error) {
+      std::fprintf(stderr, "tarnwick: undoing the change failed: %s\n", error.what());
+    }
+  }
+  JXVPNPreferencesUnlock(prefs_);
+}
+
+void Transaction::removeService(ZNNetworkServiceRef service) {
+  RemovedSecrets kept{Ref<PVStringRef>::retain(ZNNetworkServiceGetServiceID(service)), {}};
+  for (Secret which : kAllSecrets) {
+    if (auto secret = copySecret(service, which)) kept.secrets.emplace_back(which, secret);
+  }
+  for (auto &identity : localCertificates(service)) identitiesOfRemoved_.push_back(identity);
+  removed_.push_back(std::move(kept));
+  if (!JXVPNServiceRemove(service)) {
+    throw Failure(Exit::failure,
+                  "cannot remove \"" + serviceName(service) + "\": " + platformError());
+  }
+}
+
+void Transaction::onUndo(std::function<void()> undo) { undos_.push_back(std::move(undo)); }
+
+void Transaction::importedIdentity(PVDataRef persistentReference) {
+  identitiesImported_.push_back(Ref<PVDataRef>::retain(persistentReference));
+}
+
+void Transaction::commit() {
+  // Selecting a service commits and applies by itself when the current
+  // set's selection changes; after that the change is in the store, and
+  // undoing its Coffer half would only break it.
+  bool applied = JXVPNPreferencesCommitAndApply(prefs_);
+  committed_ = applied || ZNPreferencesGetAppliedGeneration(prefs_) != appliedAtStart_;
+  std::string error = applied ? "" : platformError();
+  if (committed_) dropUnheldIdentities(identitiesOfRemoved_);
+  if (!applied) throw Failure(Exit::failure, "cannot commit the preferences: " + error);
+}
+
+void Transaction::undo() {
+  for (auto it = undos_.rbegin(); it != undos_.rend(); ++it) (*it)();
+  ZNPreferencesSynchronize(prefs_);
+  for (const RemovedSecrets &kept : removed_) {
+    auto service =
+        Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs_, kept.serviceID.get()));
+    if (!service) continue;
+    for (const auto &[which, secret] : kept.secrets)
+      storeSecret(service.get(), which, secret.get());
+  }
+  dropUnheldIdentities(identitiesImported_);
+}
+
+void Transaction::dropUnheldIdentities(const std::vector<Ref<PVDataRef>> &identities) {
+  if (identities.empty()) return;
+  std::vector<Ref<PVDataRef>> held;
+  for (auto &service : vpnServices(prefs_)) {
+    for (auto &reference : localCertificates(service.get())) held.push_back(reference);
+  }
+  for (const auto &identity : identities) {
+    bool isHeld = false;
+    for (const auto &reference : held) isHeld = isHeld || PVEqual(reference.get(), identity.get());
+    if (!isHeld) JXCofferRemoveWithPersistentID(identity.get());
+  }
+}
+
+}  // namespace tarnwick
