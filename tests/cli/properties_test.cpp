@@ -1,0 +1,85 @@
+// get, set and select through the built binary: each key lands in the layer
+// or protocol the library gives it.
+#include "cli/tool_runner.hpp"
+
+namespace tw::test {
+namespace {
+
+using Properties = CliTest;
+using nlohmann::json;
+
+struct PropertyCase {
+  const char *payload;
+  const char *service;
+  std::vector<std::string> setArguments;  // after "set SERVICE"
+  const char *where;                      // JSON pointer into `show --json`
+  json expected;
+};
+
+TEST_F(Properties, SetKeysLandInTheirLayerOrProtocolAndReadBack) {
+  const PropertyCase cases[] = {
+      {"l2tp.json",
+       "Harbour Office (L2TP)",
+       {"LCPEchoInterval", "60"},
+       "/layers/0/configuration/LCPEchoInterval",
+       60},
+      {"l2tp.json",
+       "Harbour Office (L2TP)",
+       {"XAuthName", "\"alice\""},
+       "/layers/0/extended/IPSec/XAuthName",
+       "alice"},
+      {"l2tp.json",
+       "Harbour Office (L2TP)",
+       {"HTTPProxy", "proxy.example.com"},
+       "/protocols/Proxies/HTTPProxy",
+       "proxy.example.com"},
+      {"l2tp.json",
+       "Harbour Office (L2TP)",
+       {"Note", "{\"$data\": \"AAE=\"}", "--protocol", "IPv4"},
+       "/protocols/IPv4/Note",
+       {{"$data", "AAE="}}},
+      // The VPN layer's key of the shared text, on a vendor VPN service.
+      {"vendor-vpn.json",
+       "Tidewater Secure Access",
+       {"OnDemandMatchDomainsNever", "[]"},
+       "/layers/0/configuration/OnDemandMatchDomainsNever",
+       json::array()},
+      {"vendor-vpn.json",
+       "Tidewater Secure Access",
+       {"Realm", "guests", "--type", "com.example.tidewater.vpn"},
+       "/layers/1/configuration/Realm",
+       "guests"},
+  };
+  for (const PropertyCase &property : cases) {
+    ASSERT_EQ(tool({"install", example(property.payload)}).exitCode, 0);
+    std::vector<std::string> set = {"set", property.service};
+    set.insert(set.end(), property.setArguments.begin(), property.setArguments.end());
+    ToolResult result = tool(set);
+    ASSERT_EQ(result.exitCode, 0) << property.setArguments[0] << ": " << result.err;
+    json shown = tool({"--json", "show", property.service}).json();
+    EXPECT_EQ(shown[json::json_pointer(property.where)], property.expected) << property.where;
+    std::vector<std::string> get = {"--json", "get", property.service};
+    get.insert(get.end(), property.setArguments.begin(), property.setArguments.end());
+    get.erase(get.begin() + 4);  // the value
+    EXPECT_EQ(json::parse(tool(get).out), property.expected) << property.where;
+  }
+}
+
+TEST_F(Properties, SelectMakesTheServiceTheSelectedOne) {
+  for (const char *payload : {"l2tp.json", "pptp.json"}) {
+    ASSERT_EQ(tool({"install", example(payload)}).exitCode, 0);
+  }
+  auto selected = [&] {
+    std::string name;
+    for (const auto &service : tool({"--json", "list"}).json()) {
+      if (service["selected"]) name = service["name"];
+    }
+    return name;
+  };
+  EXPECT_EQ(selected(), "Harbour Legacy (PPTP)");
+  ASSERT_EQ(tool({"select", "Harbour Office (L2TP)"}).exitCode, 0);
+  EXPECT_EQ(selected(), "Harbour Office (L2TP)");
+}
+
+}  // namespace
+}  // namespace tw::test
