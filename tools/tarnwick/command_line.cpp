@@ -37,6 +37,14 @@ CLI::App *command(CLI::App &parent, const std::string &name, const std::string &
   return sub;
 }
 
+// `secret export` and `secret import`: a service, and which encoding.
+void addEncodingCommand(CLI::App &secret, const std::string &name, const std::string &help,
+                        Arguments &a, std::function<void()> run) {
+  CLI::App *sub = command(secret, name, help, std::move(run));
+  sub->add_option("SERVICE", a.service, kServiceHelp)->required();
+  sub->add_flag("--encrypted", a.encrypted, "the stored (obfuscated) encoding instead");
+}
+
 void addTypeOptions(CLI::App *sub, PropertyArguments &property) {
   auto *type = sub->add_option("--type", property.configurationType,
                                "use the configuration of this type (IPSec, PPP, VPN, EAP, L2TP, "
@@ -111,17 +119,13 @@ void defineCommands(CLI::App &app, Arguments &a) {
           [&] { secretSetCommand(a.global, a.service); })
       ->add_option("SERVICE", a.service, kServiceHelp)
       ->required();
-  auto *secretExport =
-      command(*secret, "export", "print the stored shared secret in its exported encoding (base64)",
-              [&] { secretExportCommand(a.global, a.service, a.encrypted); });
-  secretExport->add_option("SERVICE", a.service, kServiceHelp)->required();
-  secretExport->add_flag("--encrypted", a.encrypted, "the stored (obfuscated) encoding instead");
-  auto *secretImport =
-      command(*secret, "import",
-              "store a shared secret given in its exported encoding (base64, standard input)",
-              [&] { secretImportCommand(a.global, a.service, a.encrypted); });
-  secretImport->add_option("SERVICE", a.service, kServiceHelp)->required();
-  secretImport->add_flag("--encrypted", a.encrypted, "the stored (obfuscated) encoding instead");
+  addEncodingCommand(*secret, "export",
+                     "print the stored shared secret in its exported encoding (base64)", a,
+                     [&] { secretExportCommand(a.global, a.service, a.encrypted); });
+  addEncodingCommand(
+      *secret, "import",
+      "store a shared secret given in its exported encoding (base64, standard input)", a,
+      [&] { secretImportCommand(a.global, a.service, a.encrypted); });
 
   auto *exporting = command(app, "export", "print a service as a payload that install accepts",
                             [&] { exportCommand(a.global, a.exporting); });
