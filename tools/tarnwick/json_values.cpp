@@ -170,7 +170,11 @@ std::string tableText(const Json &json) {
   };
   auto size = [](const Json &node) {
     auto bytes = base64Decode(node["$data"].get<std::string>());
-    return "<" + std::to_string(bytes ? bytes->size() : 0) + " bytes>";
+    // Built by appending: GCC 12 at -O3 reports a false -Wrestrict for a
+    // literal prepended to a temporary string.
+    std::string text("<");
+    text.append(std::to_string(bytes ? bytes->size() : 0)).append(" bytes>");
+    return text;
   };
   if (isData(json)) return size(json);
   Json shortened = json;

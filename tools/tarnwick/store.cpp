@@ -83,7 +83,7 @@ Ref<ZNNetworkServiceRef> findService(ZNPreferencesRef prefs, const std::string &
   }
   if (named.size() > 1) {
     std::string ids;
-    for (auto &service : named) ids += " " + serviceID(service.get());
+    for (auto &service : named) ids.append(" ").append(serviceID(service.get()));
     throw Failure(Exit::failure,
                   "several VPN services are named \"" + idOrName + "\"; use an identifier:" + ids);
   }
