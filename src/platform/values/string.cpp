@@ -3,8 +3,8 @@
 #include <cstring>
 #include <string>
 
-#include "platform/values/object.hpp"
 #include "platform/support/utf.hpp"
+#include "platform/values/object.hpp"
 
 PVString::PVString(std::string text, bool mutableString)
     : PVObject(pv::Kind::String, false),
@@ -34,9 +34,7 @@ void PVString::assign(std::string text) {
 
 namespace {
 
-const PVString *asString(PVStringRef s) {
-  return s && s->kind == pv::Kind::String ? s : nullptr;
-}
+const PVString *asString(PVStringRef s) { return s && s->kind == pv::Kind::String ? s : nullptr; }
 
 PVStringRef makeString(std::string text) {
   try {
@@ -94,7 +92,13 @@ bool format(std::string &out, const char *fmt, va_list args) {
       if (c == '*') (void)va_arg(args, int);
     }
     switch (conv) {
-      case 'd': case 'i': case 'u': case 'x': case 'X': case 'o': case 'c':
+      case 'd':
+      case 'i':
+      case 'u':
+      case 'x':
+      case 'X':
+      case 'o':
+      case 'c':
         if (spec.find("ll") != std::string::npos || spec.find('j') != std::string::npos) {
           (void)va_arg(args, long long);
         } else if (spec.find('l') != std::string::npos || spec.find('z') != std::string::npos ||
@@ -104,7 +108,14 @@ bool format(std::string &out, const char *fmt, va_list args) {
           (void)va_arg(args, int);
         }
         break;
-      case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
+      case 'e':
+      case 'E':
+      case 'f':
+      case 'F':
+      case 'g':
+      case 'G':
+      case 'a':
+      case 'A':
         if (spec.find('L') != std::string::npos) {
           (void)va_arg(args, long double);
         } else {
@@ -156,8 +167,8 @@ PVStringRef PVStringCreateWithCharacters(const uint16_t *chars, PVIndex count) n
   if (count < 0 || (!chars && count > 0)) return nullptr;
   try {
     std::string text;
-    if (!pv::utf::utf16ToUtf8(reinterpret_cast<const char16_t *>(chars),
-                              static_cast<size_t>(count), text)) {
+    if (!pv::utf::utf16ToUtf8(reinterpret_cast<const char16_t *>(chars), static_cast<size_t>(count),
+                              text)) {
       return nullptr;
     }
     return makeString(std::move(text));
