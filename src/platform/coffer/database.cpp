@@ -6,8 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-
-#include "tarnwick/platform/prefs.h"
+#include <chrono>
+#include <random>
+#include <thread>
 
 namespace vlt {
 
@@ -15,7 +16,7 @@ namespace {
 
 constexpr sqlite3_int64 kApplicationId = 0x54574346;  // "TWCF": marks a file as a Coffer
 constexpr sqlite3_int64 kSchemaVersion = 1;
-constexpr int kBusyTimeoutMs = 5000;
+constexpr auto kBusyTimeout = std::chrono::seconds(5);
 
 constexpr const char *kTables =
     "CREATE TABLE items("
@@ -39,6 +40,22 @@ bool makeDirectories(const std::string &path) {
   }
   struct stat info {};
   return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// SQLite's own busy handler backs off to sleeps of 100 ms, so the process
+// that has waited longest polls least often and loses the lock to every
+// newer writer, again and again. A short sleep with jitter gives every
+// waiter the same chance at each release.
+int waitBriefly(void *waitingSince, int attempt) {
+  using Clock = std::chrono::steady_clock;
+  auto &since = *static_cast<Clock::time_point *>(waitingSince);
+  Clock::time_point now = Clock::now();
+  if (attempt == 0) since = now;
+  if (now - since >= kBusyTimeout) return 0;
+  thread_local std::minstd_rand jitter(static_cast<unsigned>(getpid()) ^
+                                       static_cast<unsigned>(now.time_since_epoch().count()));
+  std::this_thread::sleep_for(std::chrono::microseconds(500 + jitter() % 1000));
+  return 1;
 }
 
 }  // namespace
@@ -89,10 +106,11 @@ std::string Statement::blob(int column) const {
                : std::string();
 }
 
-VltStatus Database::open() {
-  const char *directory = ZNStoreGetDirectory();
-  if (!directory || !*directory || !makeDirectories(directory)) return kVltErrorStore;
-  std::string path = std::string(directory) + "/coffer.db";
+std::string databasePath(const std::string &directory) { return directory + "/coffer.db"; }
+
+VltStatus Database::open(const std::string &directory) {
+  if (directory.empty() || !makeDirectories(directory)) return kVltErrorStore;
+  std::string path = databasePath(directory);
 
   // Made here rather than by SQLite so that it never exists with a wider mode.
   int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -102,10 +120,8 @@ VltStatus Database::open() {
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
   if (sqlite3_open_v2(path.c_str(), &db_, flags, nullptr) != SQLITE_OK) return kVltErrorStore;
   sqlite3_extended_result_codes(db_, 1);
-  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
-  if (VltStatus status = execute("PRAGMA synchronous = FULL; PRAGMA journal_mode = DELETE;")) {
-    return status;
-  }
+  sqlite3_busy_handler(db_, waitBriefly, &waitingSince_);
+  if (VltStatus status = execute("PRAGMA synchronous = FULL")) return status;
   return ensureSchema();
 }
 
@@ -129,7 +145,9 @@ VltStatus Database::ensureSchema() {
       return status;
     }
     if (applicationId == 0 && objects == 0) {
-      std::string schema = std::string(kTables) +
+      // The journal mode is chosen once, here: a rollback journal is also
+      // what every later connection gets by default.
+      std::string schema = "PRAGMA journal_mode = DELETE;" + std::string(kTables) +
                            "PRAGMA application_id = " + std::to_string(kApplicationId) +
                            "; PRAGMA user_version = " + std::to_string(kSchemaVersion) + ";";
       if (VltStatus status = execute(schema.c_str())) return status;

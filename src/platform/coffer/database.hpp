@@ -13,13 +13,16 @@
 //     is on disk, and a crash at any point leaves the old or the new state.
 //     (WAL is avoided on purpose: the system SQLite predates the fix for
 //     corruption when two processes reset the WAL at the same instant.)
-//  4. A connection lives for one operation, so nothing is shared across
-//     fork() and a change of store directory takes effect at the next call.
-//     Writers from other processes are waited for up to five seconds.
+//  4. Every write is a transaction begun with BEGIN IMMEDIATE. A statement
+//     that starts reading and must then upgrade its lock gets SQLITE_BUSY at
+//     once when another process is writing (waiting could deadlock), so
+//     only a transaction that asks for the write lock first waits for other
+//     writers: up to five seconds, polling often enough to be served fairly.
 #pragma once
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +30,9 @@
 #include "tarnwick/platform/coffer.h"
 
 namespace vlt {
+
+// The Coffer's file in a store directory.
+std::string databasePath(const std::string &directory);
 
 // kVltSuccess for SQLite's success codes, kVltErrorDuplicateItem for a
 // uniqueness violation, kVltErrorStore for anything else.
@@ -62,8 +68,8 @@ class Database {
   Database &operator=(const Database &) = delete;
   ~Database() { sqlite3_close(db_); }
 
-  // Opens (creating when missing) the Coffer of the current store directory.
-  VltStatus open();
+  // Opens (creating when missing) the Coffer of the store `directory`.
+  VltStatus open(const std::string &directory);
   VltStatus prepare(const std::string &sql, Statement &statement);
   VltStatus execute(const char *sql);
   int changes() const { return sqlite3_changes(db_); }
@@ -72,6 +78,7 @@ class Database {
   VltStatus ensureSchema();
   VltStatus readPragma(const char *sql, sqlite3_int64 &value);
   sqlite3 *db_ = nullptr;
+  std::chrono::steady_clock::time_point waitingSince_;  // of the lock being waited for
 };
 
 // BEGIN IMMEDIATE: takes the write lock up front, so what a read inside the

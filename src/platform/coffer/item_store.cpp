@@ -114,6 +114,8 @@ VltStatus insert(Database &db, Item &item) {
   if (RAND_bytes(reference, sizeof reference) != 1) return kVltErrorStore;
   item.persistentReference.assign(reinterpret_cast<char *>(reference), sizeof reference);
 
+  Transaction transaction(db);
+  if (VltStatus status = transaction.begin()) return status;
   Statement statement;
   VltStatus status = db.prepare(
       "INSERT INTO items (class, service, account, label, description, accessible, data, "
@@ -129,7 +131,8 @@ VltStatus insert(Database &db, Item &item) {
   statement.bindBlob(9, item.privateKey);
   statement.bindBlob(10, item.uniquenessKey);
   statement.bindBlob(11, item.persistentReference);
-  return statusOf(statement.step());
+  if (VltStatus status = statusOf(statement.step())) return status;
+  return transaction.commit();
 }
 
 VltStatus update(Database &db, const Query &query, const Changes &changes) {
@@ -154,12 +157,15 @@ VltStatus update(Database &db, const Query &query, const Changes &changes) {
 }
 
 VltStatus remove(Database &db, const Query &query) {
+  Transaction transaction(db);
+  if (VltStatus status = transaction.begin()) return status;
   Filter filter = filterOf(query);
   Statement statement;
   if (VltStatus status = db.prepare("DELETE FROM items" + filter.sql, statement)) return status;
   filter.bind(statement);
   if (VltStatus status = statusOf(statement.step())) return status;
-  return db.changes() > 0 ? kVltSuccess : kVltErrorItemNotFound;
+  if (db.changes() == 0) return kVltErrorItemNotFound;
+  return transaction.commit();
 }
 
 }  // namespace vlt

@@ -1,6 +1,7 @@
-// The Coffer's item operations: each checks its arguments, opens the store
-// for the one call, and runs against the item store. Nothing here writes a
-// secret anywhere but the database.
+// The Coffer's item operations: each checks its arguments and runs against
+// the item store on the process's connection. Nothing here writes a secret
+// anywhere but the database.
+#include "platform/coffer/connection.hpp"
 #include "platform/coffer/dictionary.hpp"
 #include "platform/coffer/item_store.hpp"
 #include "platform/support/fault.hpp"
@@ -28,11 +29,12 @@ VltStatus VltItemCopyMatching(PVDictionaryRef query, PVTypeRef *result) noexcept
   if (pt::enter("VltItemCopyMatching", pt::Family::Coffer)) return kVltErrorInjected;
   return guarded([&]() -> VltStatus {
     vlt::Query parsed;
-    vlt::Database db;
     vlt::Item item;
     VltStatus status = vlt::parseQuery(query, true, parsed);
-    if (!status) status = db.open();
-    if (!status) status = vlt::findFirst(db, parsed, item);
+    if (!status) {
+      status =
+          vlt::withDatabase([&](vlt::Database &db) { return vlt::findFirst(db, parsed, item); });
+    }
     if (status || !result) return status;
     *result = vlt::createResult(item, parsed);
     return *result ? kVltSuccess : kVltErrorStore;
@@ -43,11 +45,11 @@ VltStatus VltItemAdd(PVDictionaryRef attributes, PVTypeRef *result) noexcept {
   if (pt::enter("VltItemAdd", pt::Family::CofferWrite)) return kVltErrorInjected;
   return guarded([&]() -> VltStatus {
     vlt::Item item;
-    vlt::Database db;
     bool returnPersistentReference = false;
     VltStatus status = vlt::parseNewItem(attributes, item, returnPersistentReference);
-    if (!status) status = db.open();
-    if (!status) status = vlt::insert(db, item);
+    if (!status) {
+      status = vlt::withDatabase([&](vlt::Database &db) { return vlt::insert(db, item); });
+    }
     if (status || !returnPersistentReference || !result) return status;
     const std::string &reference = item.persistentReference;
     *result = PVDataCreate(reinterpret_cast<const uint8_t *>(reference.data()),
@@ -61,13 +63,11 @@ VltStatus VltItemUpdate(PVDictionaryRef query, PVDictionaryRef attributesToUpdat
   return guarded([&]() -> VltStatus {
     vlt::Query parsed;
     vlt::Changes changes;
-    vlt::Database db;
     if (namesNothing(query)) return kVltErrorParam;
     VltStatus status = vlt::parseQuery(query, false, parsed);
     if (!status) status = vlt::parseChanges(attributesToUpdate, changes);
-    if (!status) status = db.open();
-    if (!status) status = vlt::update(db, parsed, changes);
-    return status;
+    if (status) return status;
+    return vlt::withDatabase([&](vlt::Database &db) { return vlt::update(db, parsed, changes); });
   });
 }
 
@@ -75,12 +75,9 @@ VltStatus VltItemDelete(PVDictionaryRef query) noexcept {
   if (pt::enter("VltItemDelete", pt::Family::CofferWrite)) return kVltErrorInjected;
   return guarded([&]() -> VltStatus {
     vlt::Query parsed;
-    vlt::Database db;
     if (namesNothing(query)) return kVltErrorParam;
-    VltStatus status = vlt::parseQuery(query, false, parsed);
-    if (!status) status = db.open();
-    if (!status) status = vlt::remove(db, parsed);
-    return status;
+    if (VltStatus status = vlt::parseQuery(query, false, parsed)) return status;
+    return vlt::withDatabase([&](vlt::Database &db) { return vlt::remove(db, parsed); });
   });
 }
 

@@ -2,7 +2,6 @@
 // what a damaged or foreign file does.
 #include <sqlite3.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -98,36 +97,6 @@ TEST_F(CofferStore, ItemsFollowTheStoreDirectory) {
   EXPECT_FALSE(hasPassword("svc"));
   ZNStoreSetDirectory(storeDir().c_str());
   EXPECT_TRUE(hasPassword("svc"));
-}
-
-TEST_F(CofferStore, ConcurrentWritersFromSeveralProcessesAllLand) {
-  constexpr int kWriters = 4, kItemsEach = 15;
-  std::vector<pid_t> children;
-  for (int w = 0; w < kWriters; ++w) {
-    fflush(nullptr);
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      bool ok = true;
-      for (int i = 0; i < kItemsEach; ++i) {
-        std::string service = "w" + std::to_string(w) + "-" + std::to_string(i);
-        ok = ok && addPassword(service.c_str(), "secret", nullptr) == kVltSuccess;
-      }
-      _exit(ok ? 0 : 1);
-    }
-    children.push_back(pid);
-  }
-  for (pid_t pid : children) {
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  }
-  for (int w = 0; w < kWriters; ++w) {
-    for (int i = 0; i < kItemsEach; ++i) {
-      std::string service = "w" + std::to_string(w) + "-" + std::to_string(i);
-      EXPECT_TRUE(hasPassword(service.c_str())) << service;
-    }
-  }
 }
 
 }  // namespace

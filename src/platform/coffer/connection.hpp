@@ -1,0 +1,27 @@
+// The process's one connection to the Coffer, kept between operations so
+// that an operation costs no open.
+//
+// Guarantees
+//  1. It is the connection to coffer.db of the current store directory: a
+//     change of directory, or a file removed or replaced under it, opens
+//     anew at the next operation.
+//  2. It never crosses fork(): SQLite forbids using a connection in a child
+//     (the child would share the parent's file locks' bookkeeping). A child
+//     leaves the inherited one untouched, not even closed, and opens its
+//     own. fork() waits while an operation is under way, so no child starts
+//     with SQLite's lock state in the middle of a transaction.
+//  3. The threads of a process take turns with it, one operation at a time.
+//  4. It is closed at exit.
+#pragma once
+
+#include <functional>
+
+#include "platform/coffer/database.hpp"
+
+namespace vlt {
+
+// Runs `operation` on the connection, opening it first when needed; the
+// status of the open when that fails.
+VltStatus withDatabase(const std::function<VltStatus(Database &)> &operation);
+
+}  // namespace vlt
