@@ -6,98 +6,12 @@
 #include <vector>
 
 #include "platform/coffer/objects.hpp"
-#include "platform/coffer/openssl.hpp"
+#include "platform/coffer/pkcs12_decode.hpp"
 #include "platform/support/fault.hpp"
 
 namespace {
 
 using namespace vlt::ssl;
-
-constexpr int kMaxNesting = 8;  // safe-contents bags inside bags
-
-struct Passphrase {
-  const char *text;
-  int length;
-};
-
-struct Contents {
-  std::vector<PKeyPtr> keys;
-  std::vector<X509Ptr> certificates;
-};
-
-VltStatus collectBags(const STACK_OF(PKCS12_SAFEBAG) * bags, Passphrase passphrase,
-                      Contents &contents, int depth) {
-  if (depth > kMaxNesting) return kVltErrorDecode;
-  for (int i = 0; i < sk_PKCS12_SAFEBAG_num(bags); ++i) {
-    const PKCS12_SAFEBAG *bag = sk_PKCS12_SAFEBAG_value(bags, i);
-    switch (PKCS12_SAFEBAG_get_nid(bag)) {
-      case NID_keyBag: {
-        PKeyPtr key(EVP_PKCS82PKEY(PKCS12_SAFEBAG_get0_p8inf(bag)));
-        if (!key) return kVltErrorDecode;
-        contents.keys.push_back(std::move(key));
-        break;
-      }
-      case NID_pkcs8ShroudedKeyBag: {
-        Pkcs8Ptr info(PKCS12_decrypt_skey(bag, passphrase.text, passphrase.length));
-        PKeyPtr key(info ? EVP_PKCS82PKEY(info.get()) : nullptr);
-        if (!key) return kVltErrorDecode;
-        contents.keys.push_back(std::move(key));
-        break;
-      }
-      case NID_certBag:
-        if (PKCS12_SAFEBAG_get_bag_nid(bag) == NID_x509Certificate) {
-          X509Ptr certificate(PKCS12_SAFEBAG_get1_cert(bag));
-          if (!certificate) return kVltErrorDecode;
-          contents.certificates.push_back(std::move(certificate));
-        }
-        break;
-      case NID_safeContentsBag:
-        if (VltStatus status =
-                collectBags(PKCS12_SAFEBAG_get0_safes(bag), passphrase, contents, depth + 1)) {
-          return status;
-        }
-        break;
-      default:  // CRLs and secrets carry nothing an identity needs
-        break;
-    }
-  }
-  return kVltSuccess;
-}
-
-VltStatus decode(std::string_view bytes, const std::string &passphraseText, Contents &contents) {
-  auto *cursor = reinterpret_cast<const unsigned char *>(bytes.data());
-  Pkcs12Ptr container(d2i_PKCS12(nullptr, &cursor, static_cast<long>(bytes.size())));
-  if (!container) return kVltErrorDecode;
-
-  Passphrase passphrase{passphraseText.c_str(), static_cast<int>(passphraseText.size())};
-  bool macPresent = PKCS12_mac_present(container.get());
-  if (macPresent && !PKCS12_verify_mac(container.get(), passphrase.text, passphrase.length)) {
-    // An empty passphrase may have been encoded as none at all.
-    if (!passphraseText.empty() || !PKCS12_verify_mac(container.get(), nullptr, 0)) {
-      return kVltErrorAuthFailed;
-    }
-    passphrase = {nullptr, 0};
-  }
-
-  Pkcs7StackPtr safes(PKCS12_unpack_authsafes(container.get()));
-  if (!safes) return kVltErrorDecode;
-  for (int i = 0; i < sk_PKCS7_num(safes.get()); ++i) {
-    PKCS7 *safe = sk_PKCS7_value(safes.get(), i);
-    SafeBagStackPtr bags;
-    if (PKCS7_type_is_data(safe)) {
-      bags.reset(PKCS12_unpack_p7data(safe));
-    } else if (PKCS7_type_is_encrypted(safe)) {
-      bags.reset(PKCS12_unpack_p7encdata(safe, passphrase.text, passphrase.length));
-      // Without a MAC, failing to decrypt is the only sign of a wrong passphrase.
-      if (!bags && !macPresent) return kVltErrorAuthFailed;
-    } else {
-      continue;
-    }
-    if (!bags) return kVltErrorDecode;
-    if (VltStatus status = collectBags(bags.get(), passphrase, contents, 0)) return status;
-  }
-  return kVltSuccess;
-}
 
 // The chain of `leaf`: the leaf, then repeatedly the certificate whose
 // subject is the last one's issuer, until a self-signed one or none is found.
@@ -123,7 +37,7 @@ pv::Ref<PVTypeRef> createTrust(const pv::Ref<VltCertificateRef> &leaf,
 }
 
 // One dictionary per private key whose certificate is in the container.
-VltStatus createItems(const Contents &contents, PVArrayRef *items) {
+VltStatus createItems(const vlt::Pkcs12Contents &contents, PVArrayRef *items) {
   std::vector<pv::Ref<VltCertificateRef>> certificates;
   for (const auto &x509 : contents.certificates) {
     auto certificate =
@@ -174,8 +88,8 @@ extern "C" VltStatus VltPKCS12Import(PVDataRef container, PVDictionaryRef option
                            static_cast<size_t>(PVDataGetLength(container)));
     std::string text(PVStringGetCStringPtr(passphrase),
                      static_cast<size_t>(PVStringGetUTF8Length(passphrase)));
-    Contents contents;
-    status = decode(bytes, text, contents);
+    vlt::Pkcs12Contents contents;
+    status = vlt::decodePkcs12(bytes, text, contents);
     if (!status) status = createItems(contents, items);
     OPENSSL_cleanse(text.data(), text.size());
   } catch (...) {

@@ -1,6 +1,7 @@
 // PKCS #12 import: identities, chains in issuer order, the failures, and
 // the ownership of what it hands out.
 #include <gtest/gtest.h>
+#include <openssl/provider.h>
 
 #include "support/pkcs12_fixtures.hpp"
 #include "support/test_support.hpp"
@@ -92,6 +93,30 @@ TEST_F(CofferImport, BadInputsFailWithTheirOwnStatusAndHandBackNothing) {
   EXPECT_EQ(VltPKCS12Import(data.get(), empty.get(), &slot), kVltErrorParam);  // no passphrase
   EXPECT_EQ(VltPKCS12Import(data.get(), nullptr, &slot), kVltErrorParam);
   EXPECT_EQ(slot, nullptr);
+}
+
+TEST_F(CofferImport, ContainerOfAnOlderToolImports) {
+  const tw::test::LegacyContainer &legacy = tw::test::legacyContainer();
+  Ref<PVArrayRef> items;
+  ASSERT_EQ(import(legacy.container, f.passphrase.c_str(), items), kVltSuccess);
+  ASSERT_EQ(PVArrayGetCount(items.get()), 1);
+  EXPECT_EQ(identityCertificate(items.get(), 0), legacy.certificate);
+  EXPECT_EQ(chainOf(items.get(), 0), (std::vector{legacy.certificate}));
+  // The legacy ciphers were the import's own, not the process's.
+  EXPECT_FALSE(OSSL_PROVIDER_available(nullptr, "legacy"));
+}
+
+TEST_F(CofferImport, AbsurdIterationCountIsRefusedBeforeAnyKeyIsDerived) {
+  // A reader that derived keys first would take seconds, then fail on the passphrase.
+  const std::pair<const char *, const std::string &> claims[] = {
+      {"MAC", f.absurdMacIterations},
+      {"certificate safe", f.absurdSafeIterations},
+      {"shrouded key", f.absurdKeyIterations}};
+  for (const auto &[where, container] : claims) {
+    Ref<PVArrayRef> items;
+    EXPECT_EQ(import(container, f.passphrase.c_str(), items), kVltErrorDecode) << where;
+    EXPECT_FALSE(items) << where;
+  }
 }
 
 TEST_F(CofferImport, ImportStoresNothing) {
