@@ -98,7 +98,10 @@ TEST(NumberValue, IntegerConversionsTruncateLikeACastAndReportInexactness) {
   EXPECT_EQ(get<int32_t>(big.get(), kPVNumberSInt32Type),
             std::make_pair(std::numeric_limits<int32_t>::min(), false));
   EXPECT_EQ(get<int>(big.get(), kPVNumberIntType).second, false);
-  EXPECT_EQ(get<long>(big.get(), kPVNumberLongType), std::make_pair(long{1} << 31, true));
+  // A long is 64 bits on LP64 processors and 32 on 32-bit ones.
+  constexpr bool wideLong = sizeof(long) > sizeof(int32_t);
+  EXPECT_EQ(get<long>(big.get(), kPVNumberLongType),
+            std::make_pair(static_cast<long>(int64_t{1} << 31), wideLong));
   EXPECT_EQ(get<double>(big.get(), kPVNumberFloat64Type), std::make_pair(2147483648.0, true));
   EXPECT_FALSE(PVNumberIsFloatType(big.get()));
 
@@ -131,7 +134,7 @@ TEST(NumberValue, CreateReadsEachTypeAndRefusesTheRest) {
   const int32_t s32 = 70000;
   const int64_t s64 = int64_t{1} << 40;
   const int i = -1;
-  const long l = 1L << 35;
+  const long l = std::numeric_limits<long>::min();  // the full width, 32 or 64 bits
   const double d = 0.5;
   const std::pair<PVNumberType, const void *> inputs[] = {
       {kPVNumberSInt8Type, &s8},   {kPVNumberSInt16Type, &s16}, {kPVNumberSInt32Type, &s32},
