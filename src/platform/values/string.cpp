@@ -99,7 +99,9 @@ bool format(std::string &out, const char *fmt, va_list args) {
       case 'X':
       case 'o':
       case 'c':
-        if (spec.find("ll") != std::string::npos || spec.find('j') != std::string::npos) {
+        // L and q are glibc's synonyms of ll with integer conversions.
+        if (spec.find("ll") != std::string::npos ||
+            spec.find_first_of("Lqj") != std::string::npos) {
           (void)va_arg(args, long long);
         } else if (spec.find('l') != std::string::npos || spec.find('z') != std::string::npos ||
                    spec.find('t') != std::string::npos) {

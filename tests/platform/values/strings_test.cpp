@@ -165,6 +165,15 @@ TEST(StringFormat, PrintfConversionsMixWithValueDescriptions) {
   EXPECT_EQ(formatted(PVStringCreateWithFormat("%Lf|%.1f", 1.5L, 2.5)), "1.500000|2.5");
 }
 
+TEST(StringFormat, EachIntegerLengthTakesItsOwnArgumentWidth) {
+  // A 64-bit argument read as an int leaves every later one misplaced, on
+  // 32-bit processors: the %s after it would print from a wrong address.
+  EXPECT_EQ(formatted(PVStringCreateWithFormat("%Ld|%s|%qd|%s|%jd|%s|%hhd|%hd|%zd|%s", 5000000000LL,
+                                               "a", -5000000000LL, "b", intmax_t{7}, "c", 1, 2,
+                                               ssize_t{3}, "d")),
+            "5000000000|a|-5000000000|b|7|c|1|2|3|d");
+}
+
 TEST(StringFormat, ValueConversionPrintsDescriptions) {
   auto name = tw::test::text("VPN \u00e9");
   auto number = pv::Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(42));
