@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace tw::test {
 namespace {
@@ -22,7 +23,11 @@ std::string makeTemporaryDirectory(const char *name) {
 // Runs the tool with `args`; standard streams from and to files.
 pid_t spawn(const std::vector<std::string> &args, const std::vector<std::string> &environment,
             const std::string &inPath, const std::string &outPath, const std::string &errPath) {
-  std::vector<std::string> argv = {TARNWICK_TOOL};
+  // In a cross build the tool runs through the emulator that runs the tests.
+  std::vector<std::string> argv;
+  std::istringstream emulator(TARNWICK_TOOL_EMULATOR);
+  for (std::string word; emulator >> word;) argv.push_back(word);
+  argv.push_back(TARNWICK_TOOL);
   argv.insert(argv.end(), args.begin(), args.end());
   std::fflush(nullptr);
   pid_t pid = fork();
@@ -40,7 +45,7 @@ pid_t spawn(const std::vector<std::string> &args, const std::vector<std::string>
   std::vector<char *> pointers;
   for (auto &arg : argv) pointers.push_back(arg.data());
   pointers.push_back(nullptr);
-  execv(pointers[0], pointers.data());
+  execvp(pointers[0], pointers.data());
   _exit(127);
 }
 
