@@ -124,6 +124,8 @@ bool format(std::string &out, const char *fmt, va_list args) {
           (void)va_arg(args, double);
         }
         break;
+      case 'm':  // glibc's text of errno: no argument
+        break;
       default:  // s, p
         (void)va_arg(args, void *);
     }

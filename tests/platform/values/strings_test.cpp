@@ -2,6 +2,7 @@
 // mutation and formatting.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -172,6 +173,9 @@ TEST(StringFormat, EachIntegerLengthTakesItsOwnArgumentWidth) {
                                                "a", -5000000000LL, "b", intmax_t{7}, "c", 1, 2,
                                                ssize_t{3}, "d")),
             "5000000000|a|-5000000000|b|7|c|1|2|3|d");
+  // %m prints errno's text and takes no argument.
+  errno = ENOENT;
+  EXPECT_EQ(formatted(PVStringCreateWithFormat("%m|%s", "e")), "No such file or directory|e");
 }
 
 TEST(StringFormat, ValueConversionPrintsDescriptions) {
