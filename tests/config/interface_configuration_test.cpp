@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "config/internal.hpp"
-#include "config/service_builder.hpp"
+#include "support/services.hpp"
 #include "tarnwick/platform/testing.h"
 
 namespace tw::test {
@@ -77,9 +77,9 @@ TEST_F(InterfaceConfiguration, WalkAsksALayerWithoutTypeAgainRatherThanSteppingP
 
 TEST_F(InterfaceConfiguration, SetAndMergeWriteBackThroughThePairTheWalkChose) {
   auto oldValue = text("old"), newValue = text("new");
-  auto old = dict({{"A", oldValue.get()}, {"B", oldValue.get()}});
-  auto entries = dict({{"B", newValue.get()}, {"C", newValue.get()}});
-  auto merged = dict({{"A", oldValue.get()}, {"B", newValue.get()}, {"C", newValue.get()}});
+  auto old = dict({{"A", oldValue}, {"B", oldValue}});
+  auto entries = dict({{"B", newValue}, {"C", newValue}});
+  auto merged = dict({{"A", oldValue}, {"B", newValue}, {"C", newValue}});
 
   for (const Placement &p : placements()) {
     SCOPED_TRACE(p.type ? PVStringGetCStringPtr(p.type) : "(null)");
@@ -137,13 +137,13 @@ TEST_F(InterfaceConfiguration, PlatformFailuresAreFalse) {
 
 TEST_F(InterfaceConfiguration, KeepsNoReferenceToWhatItIsHanded) {
   auto value = text("user");
-  auto configuration = dict({{kZNPropNetPPPAuthName, value.get()}});
-  auto entries = dict({{kZNPropNetPPPAuthPassword, value.get()}});
+  auto configuration = dict({{kZNPropNetPPPAuthName, value}});
+  auto entries = dict({{kZNPropNetPPPAuthPassword, value}});
   ZNNetworkServiceRef service = makeService(Chain::L2TP);
   EXPECT_TRUE(JXVPNServiceSetConfiguration(service, kZNEntNetPPP, configuration.get()));
   EXPECT_TRUE(JXVPNServiceMergeConfiguration(service, kZNEntNetIPSec, entries.get()));
   EXPECT_EQ(PVGetRetainCount(entries.get()), 1);
-  service_ = {};
+  services_.clear();
   prefs_ = {};
   EXPECT_EQ(PVGetRetainCount(configuration.get()), 1);
   EXPECT_EQ(PVGetRetainCount(value.get()), 3);  // ours and the two dictionaries'

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "config/internal.hpp"
-#include "config/service_builder.hpp"
+#include "support/services.hpp"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "config/service_builder.hpp"
+#include "support/services.hpp"
 #include "tarnwick/platform/testing.h"
 
 namespace tw::test {
@@ -62,7 +62,7 @@ TEST_F(ProtocolConfiguration, MergeKeepsOldKeysAndWritesEvenWhenEmpty) {
   EXPECT_TRUE(JXVPNServiceSetProtocolConfigurationProperty(service, key.get(), oldValue.get()));
   EXPECT_TRUE(
       JXVPNServiceSetProtocolConfigurationProperty(service, organization.get(), oldValue.get()));
-  auto entries = dict({{key.get(), newValue.get()}});
+  auto entries = dict({{key.get(), newValue}});
   EXPECT_TRUE(
       JXVPNServiceMergeProtocolConfiguration(service, kJXVPNProtocolTypePayload, entries.get()));
   EXPECT_TRUE(PVEqual(valueIn(service, kJXVPNProtocolTypePayload, key.get()), newValue.get()));
@@ -78,9 +78,9 @@ TEST_F(ProtocolConfiguration, MergeKeepsOldKeysAndWritesEvenWhenEmpty) {
 }
 
 TEST_F(ProtocolConfiguration, MissingProtocolOrFailedWriteIsNullOrFalse) {
-  ZNNetworkServiceRef service = makeService(Chain::IPSec, /*payloadProtocol=*/false);
+  ZNNetworkServiceRef service = makeService(Chain::IPSec, nullptr, /*payloadProtocol=*/false);
   auto value = text("value");
-  auto configuration = dict({{"PayloadUUID", value.get()}});
+  auto configuration = dict({{"PayloadUUID", value}});
   EXPECT_EQ(JXVPNServiceGetProtocolConfiguration(service, kJXVPNProtocolTypePayload), nullptr);
   EXPECT_FALSE(JXVPNServiceSetProtocolConfiguration(service, kJXVPNProtocolTypePayload,
                                                     configuration.get()));

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "config/service_builder.hpp"
+#include "support/services.hpp"
 #include "tarnwick/platform/testing.h"
 
 namespace tw::test {

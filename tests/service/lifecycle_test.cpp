@@ -15,9 +15,8 @@ Ref<PVDictionaryRef> officePayload() {
                {kZNPropUserDefinedName, "Office"},
                {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "alice"},
                                     {kZNPropNetPPPAuthPassword, "ppp secret"},
-                                    {kZNPropNetPPPCommRemoteAddress, "vpn.example.com"}})
-                                  .get()},
-               {kZNEntNetIPSec, dict({{kZNPropNetIPSecSharedSecret, "shared secret"}}).get()},
+                                    {kZNPropNetPPPCommRemoteAddress, "vpn.example.com"}})},
+               {kZNEntNetIPSec, dict({{kZNPropNetIPSecSharedSecret, "shared secret"}})},
                {kZNNetworkProtocolTypeProxies,
                 dict({{kJXVPNPropNetProxiesHTTPProxyUsernameKey, "proxy user"},
                       {kJXVPNPropNetProxiesHTTPProxyPasswordKey, "proxy pw"}})
@@ -63,7 +62,7 @@ bool removeSequence(PVDictionaryRef payload) {
   if (!JXVPNPreferencesLock(prefs.get())) return false;
   auto matches = Ref<PVArrayRef>::adopt(JXVPNServiceCopyMatching(payload, prefs.get()));
   if (PVArrayGetCount(matches.get()) != 1) return false;
-  if (!JXVPNServiceRemove(elementAt<ZNNetworkServiceRef>(matches.get(), 0))) return false;
+  if (!JXVPNServiceRemove(at<ZNNetworkServiceRef>(matches.get(), 0))) return false;
   JXVPNUpdateDefaultsAfterDeletingServiceInPreferences(prefs.get());  // none left: false
   return JXVPNPreferencesCommitAndApply(prefs.get()) && JXVPNPreferencesUnlock(prefs.get());
 }
@@ -81,7 +80,7 @@ TEST_F(Lifecycle, InstalledInOneProcessRemovedInAnotherLeavesNothing) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto found = Ref<PVArrayRef>::adopt(JXVPNServiceCopyMatching(payload.get(), prefs.get()));
   ASSERT_EQ(PVArrayGetCount(found.get()), 1);
-  auto service = elementAt<ZNNetworkServiceRef>(found.get(), 0);
+  auto service = at<ZNNetworkServiceRef>(found.get(), 0);
   std::string id = textOf(ZNNetworkServiceGetServiceID(service));
   EXPECT_EQ(textOf(ZNNetworkServiceGetName(service)), "Office");
   PVDictionaryRef ppp = JXVPNServiceGetConfiguration(service, kZNEntNetPPP);

@@ -12,6 +12,9 @@ class PayloadInstallation : public SessionTest {
     return Ref<ZNNetworkServiceRef>::adopt(
         JXVPNServiceCreateWithPayloadAtom(static_cast<PVDictionaryRef>(payload), prefs()));
   }
+  Ref<ZNNetworkServiceRef> install(std::initializer_list<std::pair<DictItem, DictItem>> payload) {
+    return install(dict(payload).get());
+  }
   static PVDictionaryRef configuration(ZNNetworkServiceRef service, PVStringRef type) {
     return JXVPNServiceGetConfiguration(service, type);
   }
@@ -28,23 +31,20 @@ std::string at(PVDictionaryRef dictionary, PVStringRef key) {
 // Every secret the IPSec dictionary can carry, with a local identity.
 Ref<PVDictionaryRef> ipsecWithSecrets(
     std::initializer_list<std::pair<DictItem, DictItem>> more = {}) {
-  auto base = dict({{kZNPropNetIPSecXAuthName, "alice"},
-                    {kZNPropNetIPSecXAuthPassword, "xauth secret"},
-                    {kJXVPNExportedIPSecSharedSecretKey, bytes("exported").get()},
-                    {kJXVPNEncryptedIPSecSharedSecretKey, bytes("obfuscated").get()},
-                    {kZNPropNetIPSecLocalCertificate, bytes("old reference").get()},
-                    {kZNPropNetIPSecLocalIdentifier, "alice@example.com"},
-                    {kZNPropNetIPSecLocalIdentifierType, "UserFQDN"}});
-  auto copy = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutableCopy(base.get()));
-  for (const auto &[key, value] : more) PVDictionarySetValue(copy.get(), key.value, value.value);
-  return Ref<PVDictionaryRef>::adopt(PVDictionaryCreateCopy(copy.get()));
+  return dict(more, dict({{kZNPropNetIPSecXAuthName, "alice"},
+                          {kZNPropNetIPSecXAuthPassword, "xauth secret"},
+                          {kJXVPNExportedIPSecSharedSecretKey, bytes("exported")},
+                          {kJXVPNEncryptedIPSecSharedSecretKey, bytes("obfuscated")},
+                          {kZNPropNetIPSecLocalCertificate, bytes("old reference")},
+                          {kZNPropNetIPSecLocalIdentifier, "alice@example.com"},
+                          {kZNPropNetIPSecLocalIdentifierType, "UserFQDN"}})
+                        .get());
 }
 
 TEST_F(PayloadInstallation, IPSecWithoutCertificateUsesTheSharedSecretAndDropsSecrets) {
-  auto service = install(dict({{kJXVPNTypeKey, kZNEntNetIPSec},
-                               {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "ignored"}}).get()},
-                               {kZNEntNetIPSec, ipsecWithSecrets().get()}})
-                             .get());
+  auto service = install({{kJXVPNTypeKey, kZNEntNetIPSec},
+                          {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "ignored"}})},
+                          {kZNEntNetIPSec, ipsecWithSecrets()}});
   ASSERT_TRUE(service);
   EXPECT_EQ(configuration(service.get(), kZNEntNetPPP), nullptr);
   PVDictionaryRef ipsec = configuration(service.get(), kZNEntNetIPSec);
@@ -61,16 +61,14 @@ TEST_F(PayloadInstallation, IPSecWithoutCertificateUsesTheSharedSecretAndDropsSe
 }
 
 TEST_F(PayloadInstallation, L2TPDropsThePPPPasswordAndGetsTheSharedSecretMethod) {
-  auto service = install(dict({{kJXVPNTypeKey, kZNEntNetL2TP},
-                               {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "bob"},
-                                                    {kZNPropNetPPPAuthPassword, "ppp secret"}})
-                                                  .get()},
-                               {kZNEntNetIPSec, dict({{kZNPropNetIPSecSharedSecret, "s"}}).get()},
-                               {kZNNetworkProtocolTypeProxies,
-                                dict({{kJXVPNPropNetProxiesHTTPProxyUsernameKey, "proxy user"},
-                                      {kJXVPNPropNetProxiesHTTPProxyPasswordKey, "proxy pw"}})
-                                    .get()}})
-                             .get());
+  auto service =
+      install({{kJXVPNTypeKey, kZNEntNetL2TP},
+               {kZNEntNetPPP,
+                dict({{kZNPropNetPPPAuthName, "bob"}, {kZNPropNetPPPAuthPassword, "ppp secret"}})},
+               {kZNEntNetIPSec, dict({{kZNPropNetIPSecSharedSecret, "s"}})},
+               {kZNNetworkProtocolTypeProxies,
+                dict({{kJXVPNPropNetProxiesHTTPProxyUsernameKey, "proxy user"},
+                      {kJXVPNPropNetProxiesHTTPProxyPasswordKey, "proxy pw"}})}});
   ASSERT_TRUE(service);
   PVDictionaryRef ppp = configuration(service.get(), kZNEntNetPPP);
   EXPECT_EQ(at(ppp, kZNPropNetPPPAuthName), "bob");
@@ -80,10 +78,8 @@ TEST_F(PayloadInstallation, L2TPDropsThePPPPasswordAndGetsTheSharedSecretMethod)
   PVDictionaryRef ipsec = ZNNetworkInterfaceGetExtendedConfiguration(outer, kZNEntNetIPSec);
   EXPECT_EQ(at(ipsec, kZNPropNetIPSecAuthenticationMethod), "SharedSecret");
   // A certificate named inside the IPSec dictionary wins over the shared secret.
-  auto named =
-      install(dict({{kJXVPNTypeKey, kZNEntNetL2TP},
-                    {kZNEntNetIPSec, dict({{kJXVPNPayloadCertificateUUIDKey, "c"}}).get()}})
-                  .get());
+  auto named = install({{kJXVPNTypeKey, kZNEntNetL2TP},
+                        {kZNEntNetIPSec, dict({{kJXVPNPayloadCertificateUUIDKey, "c"}})}});
   EXPECT_EQ(at(configuration(named.get(), kZNEntNetIPSec), kZNPropNetIPSecAuthenticationMethod),
             "Certificate");
   PVDictionaryRef proxies =
@@ -94,10 +90,9 @@ TEST_F(PayloadInstallation, L2TPDropsThePPPPasswordAndGetsTheSharedSecretMethod)
 
 TEST_F(PayloadInstallation, PPTPKeepsTheIPSecMethodAsGiven) {
   auto service =
-      install(dict({{kJXVPNTypeKey, kZNEntNetPPTP},
-                    {kZNEntNetIPSec,
-                     ipsecWithSecrets({{kZNPropNetIPSecAuthenticationMethod, "Hybrid"}}).get()}})
-                  .get());
+      install({{kJXVPNTypeKey, kZNEntNetPPTP},
+               {kZNEntNetIPSec,
+                ipsecWithSecrets({{kZNPropNetIPSecAuthenticationMethod, "Hybrid"}}).get()}});
   PVDictionaryRef ipsec = configuration(service.get(), kZNEntNetIPSec);
   EXPECT_EQ(at(ipsec, kZNPropNetIPSecAuthenticationMethod), "Hybrid");
   // Secrets are only stripped with the shared-secret method; another
@@ -105,26 +100,22 @@ TEST_F(PayloadInstallation, PPTPKeepsTheIPSecMethodAsGiven) {
   EXPECT_TRUE(has(ipsec, kZNPropNetIPSecXAuthPassword));
   EXPECT_FALSE(has(ipsec, kZNPropNetIPSecLocalCertificate));
 
-  auto withoutMethod = install(
-      dict({{kJXVPNTypeKey, kZNEntNetPPTP}, {kZNEntNetIPSec, ipsecWithSecrets().get()}}).get());
+  auto withoutMethod =
+      install(dict({{kJXVPNTypeKey, kZNEntNetPPTP}, {kZNEntNetIPSec, ipsecWithSecrets()}}).get());
   EXPECT_TRUE(
       has(configuration(withoutMethod.get(), kZNEntNetIPSec), kZNPropNetIPSecLocalCertificate));
 }
 
 TEST_F(PayloadInstallation, VendorVPNIgnoresPPPAndStoresVendorConfigWithASubtype) {
   auto vendor = text("com.example.vpn");
-  auto service =
-      install(dict({{kJXVPNTypeKey, kZNEntNetVPN},
-                    {kJXVPNSubTypeKey, vendor.get()},
-                    {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "ignored"}}).get()},
-                    {kZNEntNetVPN, dict({{kZNPropNetVPNOnDemandEnabled, kPVBooleanFalse},
-                                         {text("RemoteAddress").get(), "vpn.example.com"}})
-                                       .get()},
-                    {kJXVPNVendorConfigKey, dict({{"Realm", "corp"}}).get()}})
-                  .get());
+  auto service = install({{kJXVPNTypeKey, kZNEntNetVPN},
+                          {kJXVPNSubTypeKey, vendor},
+                          {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "ignored"}})},
+                          {kZNEntNetVPN, dict({{kZNPropNetVPNOnDemandEnabled, kPVBooleanFalse},
+                                               {text("RemoteAddress").get(), "vpn.example.com"}})},
+                          {kJXVPNVendorConfigKey, dict({{"Realm", "corp"}})}});
   ASSERT_TRUE(service);
-  EXPECT_EQ(chainTypes(service.get()),
-            (std::vector<std::string>{"VPN", "com.example.vpn", "IPv4"}));
+  EXPECT_EQ(chainTypes(service.get()), "VPN/com.example.vpn/IPv4");
   EXPECT_EQ(configuration(service.get(), kZNEntNetPPP), nullptr);
   PVDictionaryRef vpn = configuration(service.get(), kZNEntNetVPN);
   EXPECT_EQ(at(vpn, text("RemoteAddress").get()), "vpn.example.com");
@@ -139,37 +130,31 @@ TEST_F(PayloadInstallation, VendorVPNIgnoresPPPAndStoresVendorConfigWithASubtype
 TEST_F(PayloadInstallation, VendorConfigNeedsBothAVPNDictionaryAndASubtype) {
   auto vendor = text("com.example.vpn");
   auto vendorConfig = dict({{"Realm", "corp"}});
-  auto noVPN = install(dict({{kJXVPNTypeKey, kZNEntNetVPN},
-                             {kJXVPNSubTypeKey, vendor.get()},
-                             {kJXVPNVendorConfigKey, vendorConfig.get()}})
-                           .get());
+  auto noVPN = install({{kJXVPNTypeKey, kZNEntNetVPN},
+                        {kJXVPNSubTypeKey, vendor},
+                        {kJXVPNVendorConfigKey, vendorConfig}});
   EXPECT_FALSE(has(configuration(noVPN.get(), vendor.get()), text("Realm").get()));
-  auto noSubtype = install(dict({{kJXVPNTypeKey, vendor.get()},
-                                 {kZNEntNetVPN, dict({}).get()},
-                                 {kJXVPNVendorConfigKey, vendorConfig.get()}})
-                               .get());
+  auto noSubtype = install(
+      {{kJXVPNTypeKey, vendor}, {kZNEntNetVPN, dict({})}, {kJXVPNVendorConfigKey, vendorConfig}});
   EXPECT_FALSE(has(configuration(noSubtype.get(), vendor.get()), text("Realm").get()));
 }
 
 TEST_F(PayloadInstallation, IPSecTypeWithSubtypeBuildsTheSubtypeChainButDecidesByType) {
-  auto service = install(dict({{kJXVPNTypeKey, kZNEntNetIPSec},
-                               {kJXVPNSubTypeKey, "com.example.vpn"},
-                               {kZNEntNetIPSec, ipsecWithSecrets().get()}})
-                             .get());
-  EXPECT_EQ(chainTypes(service.get()),
-            (std::vector<std::string>{"VPN", "com.example.vpn", "IPv4"}));
+  auto service = install({{kJXVPNTypeKey, kZNEntNetIPSec},
+                          {kJXVPNSubTypeKey, "com.example.vpn"},
+                          {kZNEntNetIPSec, ipsecWithSecrets()}});
+  EXPECT_EQ(chainTypes(service.get()), "VPN/com.example.vpn/IPv4");
   EXPECT_EQ(at(configuration(service.get(), kZNEntNetIPSec), kZNPropNetIPSecAuthenticationMethod),
             "SharedSecret");
   EXPECT_EQ(textOf(ZNNetworkServiceGetName(service.get())), "IPSec");
 }
 
 TEST_F(PayloadInstallation, TopLevelCertificateUUIDGivesBothLayersTheCertificateMethod) {
-  auto service = install(dict({{kJXVPNTypeKey, kZNEntNetVPN},
-                               {kJXVPNSubTypeKey, "com.example.vpn"},
-                               {kJXVPNPayloadCertificateUUIDKey, "cert-uuid"},
-                               {kZNEntNetIPSec, ipsecWithSecrets().get()},
-                               {kZNEntNetVPN, dict({}).get()}})
-                             .get());
+  auto service = install({{kJXVPNTypeKey, kZNEntNetVPN},
+                          {kJXVPNSubTypeKey, "com.example.vpn"},
+                          {kJXVPNPayloadCertificateUUIDKey, "cert-uuid"},
+                          {kZNEntNetIPSec, ipsecWithSecrets()},
+                          {kZNEntNetVPN, dict({})}});
   PVDictionaryRef ipsec = configuration(service.get(), kZNEntNetIPSec);
   EXPECT_EQ(at(ipsec, kZNPropNetIPSecAuthenticationMethod), "Certificate");
   EXPECT_FALSE(has(ipsec, kZNPropNetIPSecLocalIdentifier));
@@ -182,12 +167,11 @@ TEST_F(PayloadInstallation, TopLevelCertificateUUIDGivesBothLayersTheCertificate
 TEST_F(PayloadInstallation, ClientIdentityBecomesTheLocalCertificate) {
   auto identity = container();
   auto service =
-      install(dict({{kJXVPNTypeKey, kZNEntNetIPSec},
-                    {kJXVPNCertificateDataKey, identity.get()},
-                    {kJXVPNCertificatePassphraseKey, pkcs12Fixtures().passphrase.c_str()},
-                    {kZNEntNetIPSec,
-                     ipsecWithSecrets({{kZNPropNetIPSecOnDemandEnabled, kPVBooleanFalse}}).get()}})
-                  .get());
+      install({{kJXVPNTypeKey, kZNEntNetIPSec},
+               {kJXVPNCertificateDataKey, identity},
+               {kJXVPNCertificatePassphraseKey, pkcs12Fixtures().passphrase.c_str()},
+               {kZNEntNetIPSec,
+                ipsecWithSecrets({{kZNPropNetIPSecOnDemandEnabled, kPVBooleanFalse}}).get()}});
   ASSERT_TRUE(service);
   PVDictionaryRef ipsec = configuration(service.get(), kZNEntNetIPSec);
   EXPECT_EQ(at(ipsec, kZNPropNetIPSecAuthenticationMethod), "Certificate");
@@ -209,14 +193,10 @@ TEST_F(PayloadInstallation, FailedIdentityImportKeepsTheMethodAndInstalls) {
     for (PVStringRef method : {kZNValNetIPSecAuthenticationMethodCertificate,
                                kZNValNetIPSecAuthenticationMethodSharedSecret}) {
       auto ipsec = ipsecWithSecrets({{kZNPropNetIPSecAuthenticationMethod, method}});
-      auto payload = Ref<PVMutableDictionaryRef>::adopt(
-          PVDictionaryCreateMutableCopy(dict({{kJXVPNTypeKey, kZNEntNetIPSec},
-                                              {kJXVPNCertificateDataKey, identity.get()},
-                                              {kZNEntNetIPSec, ipsec.get()}})
-                                            .get()));
-      if (passphrase) {
-        PVDictionarySetValue(payload.get(), kJXVPNCertificatePassphraseKey, text(passphrase).get());
-      }
+      auto payload = dict({{kJXVPNTypeKey, kZNEntNetIPSec},
+                           {kJXVPNCertificateDataKey, identity},
+                           {kZNEntNetIPSec, ipsec}});
+      if (passphrase) payload = dict({{kJXVPNCertificatePassphraseKey, passphrase}}, payload.get());
       auto service = install(payload.get());
       ASSERT_TRUE(service);
       PVDictionaryRef stored = configuration(service.get(), kZNEntNetIPSec);
@@ -232,13 +212,11 @@ TEST_F(PayloadInstallation, FailedIdentityImportKeepsTheMethodAndInstalls) {
 }
 
 TEST_F(PayloadInstallation, NameFallsBackFromUserDefinedToDisplayNameToType) {
-  auto user = install(dict({{kJXVPNTypeKey, kZNEntNetL2TP},
-                            {kZNPropUserDefinedName, "User"},
-                            {"PayloadDisplayName", "Display"}})
-                          .get());
-  auto display =
-      install(dict({{kJXVPNTypeKey, kZNEntNetPPTP}, {"PayloadDisplayName", "Display"}}).get());
-  auto typeOnly = install(dict({{kJXVPNTypeKey, kZNEntNetPPTP}}).get());
+  auto user = install({{kJXVPNTypeKey, kZNEntNetL2TP},
+                       {kZNPropUserDefinedName, "User"},
+                       {"PayloadDisplayName", "Display"}});
+  auto display = install({{kJXVPNTypeKey, kZNEntNetPPTP}, {"PayloadDisplayName", "Display"}});
+  auto typeOnly = install({{kJXVPNTypeKey, kZNEntNetPPTP}});
   EXPECT_EQ(textOf(ZNNetworkServiceGetName(user.get())), "User");
   EXPECT_EQ(textOf(ZNNetworkServiceGetName(display.get())), "Display");
   EXPECT_EQ(textOf(ZNNetworkServiceGetName(typeOnly.get())), "PPTP");
@@ -250,13 +228,11 @@ Ref<PVDictionaryRef> richPayload() {
       {{kJXVPNTypeKey, kZNEntNetL2TP},
        {kZNPropUserDefinedName, "Office"},
        {"OverridePrimary", kPVBooleanTrue},
-       {kZNEntNetPPP,
-        dict({{kZNPropNetPPPAuthName, "bob"}, {kZNPropNetPPPAuthPassword, "ppp"}}).get()},
-       {kZNEntNetIPSec, ipsecWithSecrets({{kZNPropNetIPSecOnDemandEnabled, kPVBooleanTrue}}).get()},
-       {kZNEntNetIPv4, dict({{"Addresses", "10.0.0.2"}}).get()},
-       {kZNValNetPPPAuthProtocolEAP, dict({{"EAPType", "TLS"}}).get()},
-       {kZNNetworkProtocolTypeProxies,
-        dict({{kJXVPNPropNetProxiesHTTPProxyPasswordKey, "p"}}).get()}});
+       {kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, "bob"}, {kZNPropNetPPPAuthPassword, "ppp"}})},
+       {kZNEntNetIPSec, ipsecWithSecrets({{kZNPropNetIPSecOnDemandEnabled, kPVBooleanTrue}})},
+       {kZNEntNetIPv4, dict({{"Addresses", "10.0.0.2"}})},
+       {kZNValNetPPPAuthProtocolEAP, dict({{"EAPType", "TLS"}})},
+       {kZNNetworkProtocolTypeProxies, dict({{kJXVPNPropNetProxiesHTTPProxyPasswordKey, "p"}})}});
 }
 
 TEST_F(PayloadInstallation, LeavesThePayloadUnchangedAndCommitsNothing) {
@@ -306,7 +282,7 @@ TEST_F(PayloadInstallation, EveryFailedWriteAbandonsTheService) {
     EXPECT_FALSE(install(payload.get()));
     EXPECT_EQ(capturedLog(),
               c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
-    EXPECT_TRUE(sessionServiceIDs().empty());
+    EXPECT_EQ(serviceNames(prefs(), true), "");
   }
 }
 
@@ -316,8 +292,8 @@ TEST_F(PayloadInstallation, FailedVPNOrVendorMergeIsTolerated) {
     return dict({{kJXVPNTypeKey, kZNEntNetVPN},
                  {kZNPropUserDefinedName, name},
                  {kJXVPNSubTypeKey, "com.example.vpn"},
-                 {kZNEntNetVPN, dict({{"Server", "a"}}).get()},
-                 {kJXVPNVendorConfigKey, dict({{"Realm", "corp"}}).get()}});
+                 {kZNEntNetVPN, dict({{"Server", "a"}})},
+                 {kJXVPNVendorConfigKey, dict({{"Realm", "corp"}})}});
   };
   PTFailNthCall("ZNNetworkInterfaceSetConfiguration", 1);  // the VPN layer
   auto vpnFailed = install(payload("first").get());
@@ -340,42 +316,40 @@ TEST_F(PayloadInstallation, BadInputEndsInNullOrASkippedStep) {
   EXPECT_FALSE(install(nullptr));
   EXPECT_FALSE(install(text("not a dictionary").get()));
   EXPECT_FALSE(install(list.get()));
-  EXPECT_FALSE(install(dict({{kZNEntNetIPSec, dict({}).get()}}).get()));
+  EXPECT_FALSE(install({{kZNEntNetIPSec, dict({})}}));
   EXPECT_EQ(capturedLog(),
             std::vector<std::string>(3, "3: VPN: couldn't extract VPN type from payload"));
 
   PTCaptureStart();
-  EXPECT_FALSE(install(dict({{kJXVPNTypeKey, n}}).get()));
-  EXPECT_FALSE(install(dict({{kJXVPNTypeKey, kZNEntNetIPSec}, {kJXVPNSubTypeKey, n}}).get()));
-  EXPECT_FALSE(install(dict({{kJXVPNTypeKey, kZNEntNetIPSec}, {kZNPropUserDefinedName, n}}).get()));
+  EXPECT_FALSE(install({{kJXVPNTypeKey, n}}));
+  EXPECT_FALSE(install({{kJXVPNTypeKey, kZNEntNetIPSec}, {kJXVPNSubTypeKey, n}}));
+  EXPECT_FALSE(install({{kJXVPNTypeKey, kZNEntNetIPSec}, {kZNPropUserDefinedName, n}}));
   EXPECT_EQ(capturedLog(), (std::vector<std::string>{"3: VPN: couldn't create vpn interface",
                                                      "3: VPN: couldn't create vpn interface",
                                                      "3: VPN: ZNNetworkServiceSetName failed."}));
 
   // Sections of the wrong kind are skipped (VendorConfig applies without a
   // copyable VPN dictionary); a container that is no data is not imported.
-  auto skipped = install(dict({{kJXVPNTypeKey, kZNEntNetVPN},
-                               {kJXVPNSubTypeKey, "com.example.vpn"},
-                               {kZNEntNetPPP, n},
-                               {kZNNetworkProtocolTypeProxies, list.get()},
-                               {kZNValNetPPPAuthProtocolEAP, n},
-                               {kZNEntNetIPv4, n},
-                               {kZNEntNetVPN, n},
-                               {kJXVPNVendorConfigKey, dict({{"Realm", "corp"}}).get()},
-                               {kJXVPNCertificateDataKey, "not data"},
-                               {kJXVPNCertificatePassphraseKey, n},
-                               {kZNEntNetIPSec, dict({}).get()}})
-                             .get());
+  auto skipped = install({{kJXVPNTypeKey, kZNEntNetVPN},
+                          {kJXVPNSubTypeKey, "com.example.vpn"},
+                          {kZNEntNetPPP, n},
+                          {kZNNetworkProtocolTypeProxies, list},
+                          {kZNValNetPPPAuthProtocolEAP, n},
+                          {kZNEntNetIPv4, n},
+                          {kZNEntNetVPN, n},
+                          {kJXVPNVendorConfigKey, dict({{"Realm", "corp"}})},
+                          {kJXVPNCertificateDataKey, "not data"},
+                          {kJXVPNCertificatePassphraseKey, n},
+                          {kZNEntNetIPSec, dict({})}});
   ASSERT_TRUE(skipped);
   EXPECT_EQ(at(configuration(skipped.get(), text("com.example.vpn").get()), text("Realm").get()),
             "corp");
   EXPECT_FALSE(has(configuration(skipped.get(), kZNEntNetIPSec), kZNPropNetIPSecLocalCertificate));
-  auto wrongVendor = install(dict({{kJXVPNTypeKey, kZNEntNetVPN},
-                                   {kJXVPNSubTypeKey, "com.example.vpn"},
-                                   {kZNEntNetVPN, dict({}).get()},
-                                   {kJXVPNVendorConfigKey, n},
-                                   {kZNEntNetIPSec, list.get()}})
-                                 .get());
+  auto wrongVendor = install({{kJXVPNTypeKey, kZNEntNetVPN},
+                              {kJXVPNSubTypeKey, "com.example.vpn"},
+                              {kZNEntNetVPN, dict({})},
+                              {kJXVPNVendorConfigKey, n},
+                              {kZNEntNetIPSec, list}});
   EXPECT_TRUE(wrongVendor);
 }
 

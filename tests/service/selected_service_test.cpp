@@ -13,19 +13,16 @@ class SelectedService : public SessionTest {
   // Sets are kept in the session's order; the first is the current one.
   ZNNetworkSetRef setAt(PVIndex index) {
     sets_ = sets();
-    return elementAt<ZNNetworkSetRef>(sets_.get(), index);
+    return at<ZNNetworkSetRef>(sets_.get(), index);
   }
-  std::string selectedIn(PVIndex index) {
-    auto selected =
-        Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(setAt(index)));
+  static std::string selectionOf(ZNNetworkSetRef set) {
+    auto selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(set));
     return selected ? idOf(selected.get()) : "(none)";
   }
-  std::vector<std::string> committedSelection() {
+  std::string selectedIn(PVIndex index) { return selectionOf(setAt(index)); }
+  std::string committedSelection() {
     auto fresh = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-    auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(fresh.get()));
-    auto selected =
-        Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(current.get()));
-    return {selected ? idOf(selected.get()) : "(none)"};
+    return selectionOf(Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(fresh.get())).get());
   }
 
  private:
@@ -40,7 +37,7 @@ TEST_F(SelectedService, FirstServiceIsSelectedEverywhereCommittedAppliedAndAnnou
   EXPECT_TRUE(JXVPNUpdateDefaultsAfterAddingService(service.get(), prefs()));
   EXPECT_EQ(selectedIn(0), idOf(service.get()));
   EXPECT_EQ(selectedIn(1), idOf(service.get()));
-  EXPECT_EQ(committedSelection(), std::vector<std::string>{idOf(service.get())});
+  EXPECT_EQ(committedSelection(), idOf(service.get()));
   EXPECT_EQ(PTCallCount("ZNPreferencesApplyChanges"), 1);
   EXPECT_EQ(capturedPosts(), kBothPosts);
 
@@ -78,7 +75,7 @@ TEST_F(SelectedService, DeletingReselectsTheLastServiceWhereNoneIsLeft) {
   EXPECT_EQ(selectedIn(0), idOf(last.get()));
   EXPECT_EQ(selectedIn(1), idOf(kept.get()));
   EXPECT_EQ(capturedPosts(), kBothPosts);
-  EXPECT_EQ(committedSelection(), std::vector<std::string>{idOf(last.get())});
+  EXPECT_EQ(committedSelection(), idOf(last.get()));
 
   ASSERT_TRUE(JXVPNServiceRemove(kept.get()));
   ASSERT_TRUE(JXVPNServiceRemove(last.get()));
@@ -118,7 +115,7 @@ TEST_F(SelectedService, ResultIsTheLastSetCallAndAChangeIsAnnouncedEvenUncommitt
   EXPECT_EQ(capturedLog(), std::vector<std::string>{
                                "3: Failed to commit ZNPreferences failure planned through the "
                                "testing interface"});
-  EXPECT_EQ(committedSelection(), std::vector<std::string>{"(none)"});
+  EXPECT_EQ(committedSelection(), "(none)");
 }
 
 TEST_F(SelectedService, NoSetsOrNoSessionGiveFalse) {

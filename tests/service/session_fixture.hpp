@@ -3,44 +3,40 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-#include "support/test_support.hpp"
-#include "tarnwick.h"
+#include "support/services.hpp"
 #include "tarnwick/platform/testing.h"
 
 namespace tw::test {
 
-// An array element as the handle type it holds (borrowed).
-template <typename T>
-T elementAt(PVArrayRef array, PVIndex index) {
-  return static_cast<T>(const_cast<void *>(PVArrayGetValueAtIndex(array, index)));
-}
-
-// The interface types of the service's chain, outermost first.
-std::vector<std::string> chainTypes(ZNNetworkServiceRef service);
-
-// The service identifiers of an array of services, in order; empty for NULL.
-std::vector<std::string> serviceIDs(PVArrayRef services);
-
-class SessionTest : public StoreTest {
+class SessionTest : public ServiceTest {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override {
+    ServiceTest::SetUp();
+    PTCaptureStart();
+  }
 
   ZNPreferencesRef prefs() const { return prefs_.get(); }
-  // Identifiers of every service of the session.
-  std::vector<std::string> sessionServiceIDs() const;
   // The session's sets, in order.
-  Ref<PVArrayRef> sets() const;
+  Ref<PVArrayRef> sets() const { return Ref<PVArrayRef>::adopt(ZNNetworkSetCopyAll(prefs())); }
+  // The identifiers of the members of the set at `index`, joined by commas.
+  std::string memberIDs(PVIndex index) const {
+    auto members =
+        Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(at<ZNNetworkSetRef>(sets().get(), index)));
+    return serviceNames(members.get(), true);
+  }
   // A further, empty set.
-  void addSet() const;
+  void addSet() const { ASSERT_TRUE(Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs()))); }
   // A service of `type` named `name`, in every set.
-  Ref<ZNNetworkServiceRef> create(PVStringRef type, const char *name) const;
-  static std::string idOf(ZNNetworkServiceRef service);
-
- private:
-  Ref<ZNPreferencesRef> prefs_;
+  Ref<ZNNetworkServiceRef> create(PVStringRef type, const char *name) const {
+    auto service =
+        Ref<ZNNetworkServiceRef>::adopt(JXVPNServiceCreate(type, text(name).get(), prefs()));
+    EXPECT_TRUE(service) << name;
+    return service;
+  }
+  static std::string idOf(ZNNetworkServiceRef service) {
+    return textOf(ZNNetworkServiceGetServiceID(service));
+  }
 };
 
 }  // namespace tw::test

@@ -8,16 +8,20 @@
 #include <fstream>
 #include <iterator>
 
-#include "tarnwick/platform/prefs.h"
+#include "tarnwick/platform/coffer.h"
 #include "tarnwick/platform/testing.h"
 
 namespace tw::test {
 
-void StoreTest::SetUp() {
+std::string temporaryDirectory(const char *name) {
   const char *tmp = std::getenv("TMPDIR");
-  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarnwick-test-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-  dir_ = pattern;
+  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/" + name + "-XXXXXX";
+  if (!mkdtemp(pattern.data())) std::abort();
+  return pattern;
+}
+
+void StoreTest::SetUp() {
+  dir_ = temporaryDirectory("tarnwick-test");
   ZNStoreSetDirectory(dir_.c_str());
   PTReset();
 }
@@ -59,8 +63,10 @@ Ref<PVArrayRef> array(std::vector<PVTypeRef> values) {
   return Ref<PVArrayRef>::adopt(PVArrayCreate(values.data(), static_cast<PVIndex>(values.size())));
 }
 
-Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictItem, DictItem>> entries) {
-  auto building = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
+Ref<PVDictionaryRef> dict(std::initializer_list<std::pair<DictItem, DictItem>> entries,
+                          PVDictionaryRef base) {
+  auto building = Ref<PVMutableDictionaryRef>::adopt(base ? PVDictionaryCreateMutableCopy(base)
+                                                          : PVDictionaryCreateMutable());
   for (const auto &[key, value] : entries) {
     PVDictionarySetValue(building.get(), key.value, value.value);
   }
@@ -84,6 +90,46 @@ std::vector<std::string> capturedPosts() {
                     std::string(PTNotificationName(i)));
   }
   return posts;
+}
+
+std::string serviceNames(PVArrayRef services, bool ids) {
+  std::string names;
+  for (PVIndex i = 0; services && i < PVArrayGetCount(services); ++i) {
+    auto service = at<ZNNetworkServiceRef>(services, i);
+    names += (i ? "," : "") +
+             textOf(ids ? ZNNetworkServiceGetServiceID(service) : ZNNetworkServiceGetName(service));
+  }
+  return names;
+}
+
+std::string serviceNames(ZNPreferencesRef prefs, bool ids) {
+  return serviceNames(Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs)).get(), ids);
+}
+
+std::string chainTypes(ZNNetworkServiceRef service) {
+  std::string types;
+  for (ZNNetworkInterfaceRef layer = ZNNetworkServiceGetInterface(service); layer;
+       layer = ZNNetworkInterfaceGetInterface(layer)) {
+    types += (types.empty() ? "" : "/") + textOf(ZNNetworkInterfaceGetInterfaceType(layer));
+  }
+  return types;
+}
+
+std::string cofferItem(const std::string &service) {
+  auto query = dict({{kVltClass, kVltClassGenericPassword},
+                     {kVltAttrService, service.c_str()},
+                     {kVltReturnAttributes, kPVBooleanTrue},
+                     {kVltReturnData, kPVBooleanTrue}});
+  PVTypeRef found = nullptr;
+  if (VltItemCopyMatching(query.get(), &found) != kVltSuccess) return "(none)";
+  auto item = Ref<PVDictionaryRef>::adopt(static_cast<PVDictionaryRef>(found));
+  std::string text;
+  for (PVStringRef key :
+       {kVltAttrAccount, kVltAttrDescription, kVltAttrLabel, kVltAttrAccessible}) {
+    PVTypeRef value = PVDictionaryGetValue(item.get(), key);
+    text += (value ? textOf(value) : "-") + "|";
+  }
+  return text + bytesOf(PVDictionaryGetValue(item.get(), kVltValueData));
 }
 
 std::string textOf(PVTypeRef string) {

@@ -28,7 +28,7 @@ TEST_F(PreferencesError, LastErrorIsKeptPerThreadAndLeftAloneBySuccess) {
 
 TEST_F(PreferencesError, PlannedFailureGivesTheFailureResultAndChangesNothing) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createL2TPService(prefs.get(), "Planned");
+  auto service = createService(prefs.get(), Chain::L2TP, "Planned");
   PTFailNthCall("ZNNetworkServiceGetName", 1);
   EXPECT_EQ(ZNNetworkServiceGetName(service.get()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusInjected);

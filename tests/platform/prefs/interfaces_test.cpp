@@ -7,23 +7,14 @@ namespace {
 
 using NetworkInterface = StoreTest;
 
-Ref<ZNNetworkInterfaceRef> layer(ZNNetworkInterfaceRef below, PVStringRef type) {
-  return Ref<ZNNetworkInterfaceRef>::adopt(ZNNetworkInterfaceCreateWithInterface(below, type));
-}
-
 TEST_F(NetworkInterface, ServicesKeepTheChainTheyWereCreatedOn) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto l2tp = layer(kZNNetworkInterfaceIPv4, kZNEntNetL2TP);
-  auto vendor = layer(kZNNetworkInterfaceIPv4, text("com.example.vendor").get());
-  auto chains = {std::make_pair(layer(kZNNetworkInterfaceIPv4, kZNEntNetIPSec), "IPSec/IPv4"),
-                 std::make_pair(layer(l2tp.get(), kZNNetworkInterfaceTypePPP), "PPP/L2TP/IPv4"),
-                 std::make_pair(layer(vendor.get(), kZNNetworkInterfaceTypeVPN),
-                                "VPN/com.example.vendor/IPv4"),
-                 std::make_pair(layer(nullptr, kZNNetworkInterfaceTypePPP), "PPP")};
-  for (const auto &[outer, expected] : chains) {
-    auto service =
-        Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs.get(), outer.get()));
-    EXPECT_EQ(chainTypes(ZNNetworkServiceGetInterface(service.get())), expected);
+  const std::pair<Chain, const char *> chains[] = {{Chain::IPSec, "IPSec/IPv4"},
+                                                   {Chain::L2TP, "PPP/L2TP/IPv4"},
+                                                   {Chain::Vendor, "VPN/com.example.vendor/IPv4"},
+                                                   {Chain::PPPOverNothing, "PPP"}};
+  for (const auto &[chain, expected] : chains) {
+    EXPECT_EQ(chainTypes(createService(prefs.get(), chain).get()), expected);
   }
   EXPECT_EQ(ZNNetworkInterfaceCreateWithInterface(kZNNetworkInterfaceIPv4, nullptr), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
@@ -76,14 +67,14 @@ TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
   EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(kZNNetworkInterfaceIPv4), nullptr);
 
   auto set = Ref<PVSetRef>::adopt(PVSetCreate(nullptr, 0, &kPVTypeSetCallBacks));
-  EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(outer, dict({{"Unstorable", set.get()}}).get()));
+  EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(outer, dict({{"Unstorable", set}}).get()));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
   EXPECT_TRUE(PVEqual(ZNNetworkInterfaceGetConfiguration(outer), ann.get()));
 }
 
 TEST_F(NetworkInterface, LayerHandlesOutliveTheirServiceAndTheirSession) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createL2TPService(prefs.get(), "Short-lived");
+  auto service = createService(prefs.get(), Chain::L2TP, "Short-lived");
   auto outer = Ref<ZNNetworkInterfaceRef>::retain(ZNNetworkServiceGetInterface(service.get()));
   PVIndex sessionRefs = PVGetRetainCount(prefs.get());
   ZNNetworkInterfaceGetInterface(outer.get());

@@ -17,12 +17,12 @@ Ref<PVDictionaryRef> everyKindOfValue() {
   auto umlaut = text("ü");
   auto list = array({umlaut.get(), integer.get(), kPVBooleanFalse});
   return dict({{"String", "text"},
-               {"Integer", integer.get()},
-               {"Whole", whole.get()},
-               {"Fraction", fraction.get()},
+               {"Integer", integer},
+               {"Whole", whole},
+               {"Fraction", fraction},
                {"True", kPVBooleanTrue},
-               {"Data", data.get()},
-               {"Nested", dict({{"Array", list.get()}}).get()}});
+               {"Data", data},
+               {"Nested", dict({{"Array", list.get()}})}});
 }
 
 bool readsBackEveryValue() {
@@ -38,7 +38,7 @@ bool readsBackEveryValue() {
   auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
   auto selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(set.get()));
   auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set.get()));
-  return chainTypes(outer) == "PPP/L2TP/IPv4" && PVEqual(plain, expected.get()) &&
+  return chainTypes(service) == "PPP/L2TP/IPv4" && PVEqual(plain, expected.get()) &&
          PVNumberIsFloatType(
              static_cast<PVNumberRef>(PVDictionaryGetValue(plain, text("Whole").get()))) &&
          PVDictionaryGetValue(plain, text("True").get()) == kPVBooleanTrue &&
@@ -52,7 +52,7 @@ bool readsBackEveryValue() {
 
 TEST_F(ServiceBody, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createL2TPService(prefs.get(), "Everything");
+  auto service = createService(prefs.get(), Chain::L2TP, "Everything");
   auto values = everyKindOfValue();
   ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, values.get()));

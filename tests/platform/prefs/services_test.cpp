@@ -41,7 +41,7 @@ std::string protocolTypes(ZNNetworkServiceRef service) {
 
 TEST_F(NetworkService, DefaultConfigurationGivesEveryLayerAndThreeProtocolsEmptyConfigurations) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createL2TPService(prefs.get(), "Defaults");
+  auto service = createService(prefs.get(), Chain::L2TP, "Defaults");
   for (ZNNetworkInterfaceRef layer = ZNNetworkServiceGetInterface(service.get()); layer;
        layer = ZNNetworkInterfaceGetInterface(layer)) {
     EXPECT_TRUE(isEmptyDictionary(ZNNetworkInterfaceGetConfiguration(layer)));
@@ -57,7 +57,7 @@ TEST_F(NetworkService, DefaultConfigurationGivesEveryLayerAndThreeProtocolsEmpty
 
 TEST_F(NetworkService, AddedProtocolHasNoConfigurationAndItsTypeIsAddedOnce) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createL2TPService(prefs.get(), "Protocols");
+  auto service = createService(prefs.get(), Chain::L2TP, "Protocols");
   auto payload = text("com.example.payload");
   ASSERT_TRUE(ZNNetworkServiceAddProtocolType(service.get(), payload.get()));
   EXPECT_FALSE(ZNNetworkServiceAddProtocolType(service.get(), text("com.example.payload").get()));
@@ -87,8 +87,8 @@ TEST_F(NetworkService, AddedProtocolHasNoConfigurationAndItsTypeIsAddedOnce) {
 
 TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto first = createL2TPService(prefs.get(), "One");
-  auto second = createL2TPService(prefs.get(), "Two");
+  auto first = createService(prefs.get(), Chain::L2TP, "One");
+  auto second = createService(prefs.get(), Chain::L2TP, "Two");
   std::string id = textOf(ZNNetworkServiceGetServiceID(first.get()));
   EXPECT_TRUE(isVersion4Uuid(id)) << id;
   EXPECT_NE(id, textOf(ZNNetworkServiceGetServiceID(second.get())));
@@ -102,7 +102,7 @@ TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) 
 
 TEST_F(NetworkService, RemovedServiceHandleStaysValidAndReportsNoSuchObject) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createL2TPService(prefs.get(), "Removed");
+  auto service = createService(prefs.get(), Chain::L2TP, "Removed");
   PVStringRef id = ZNNetworkServiceGetServiceID(service.get());
   const std::string idText = textOf(id);
 

@@ -13,7 +13,7 @@ TEST_F(PreferencesOwnership, CountsReturnToTheirStartAndHandlesKeepTheirSessionA
   ASSERT_EQ(PVGetRetainCount(prefs), 1);
   auto session = static_cast<ZNPreferencesRef>(const_cast<void *>(prefs));
   {
-    auto service = createL2TPService(session, "Counted");
+    auto service = createService(session, Chain::L2TP, "Counted");
     EXPECT_EQ(PVGetRetainCount(service.get()), 1);
     PVStringRef name = ZNNetworkServiceGetName(service.get());
     const PVIndex nameRefs = PVGetRetainCount(name);
@@ -35,10 +35,10 @@ TEST_F(PreferencesOwnership, CountsReturnToTheirStartAndHandlesKeepTheirSessionA
   EXPECT_EQ(PVGetRetainCount(prefs), 1);
 
   // A handle keeps its session alive after the caller lets the session go.
-  auto service = createL2TPService(session, "Survivor");
+  auto service = createService(session, Chain::L2TP, "Survivor");
   PVRelease(prefs);
   EXPECT_EQ(textOf(ZNNetworkServiceGetName(service.get())), "Survivor");
-  EXPECT_EQ(chainTypes(ZNNetworkServiceGetInterface(service.get())), "PPP/L2TP/IPv4");
+  EXPECT_EQ(chainTypes(service.get()), "PPP/L2TP/IPv4");
 }
 
 }  // namespace

@@ -40,15 +40,15 @@ TEST_F(NetworkSet, SetsAreCreatedUnnamedAndCanBeNamedMadeCurrentAndRemoved) {
 TEST_F(NetworkSet, MembershipKeepsOrderAndRefusesDuplicatesAndStrangers) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
-  auto first = createL2TPService(prefs.get(), "First");
-  auto second = createL2TPService(prefs.get(), "Second");
+  auto first = createService(prefs.get(), Chain::L2TP, "First");
+  auto second = createService(prefs.get(), Chain::L2TP, "Second");
   ASSERT_TRUE(ZNNetworkSetAddService(set.get(), second.get()));
   ASSERT_TRUE(ZNNetworkSetAddService(set.get(), first.get()));
   EXPECT_FALSE(ZNNetworkSetAddService(set.get(), first.get()));
   EXPECT_EQ(memberNames(set.get()), "Second,First");
 
   auto other = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto stranger = createL2TPService(other.get(), "Stranger");
+  auto stranger = createService(other.get(), Chain::L2TP, "Stranger");
   EXPECT_FALSE(ZNNetworkSetAddService(set.get(), stranger.get()));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
 
@@ -63,8 +63,8 @@ TEST_F(NetworkSet, SelectionIsClearedByNullAndByRemovingTheServiceFromEverySet) 
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto home = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
   auto away = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs.get()));
-  auto vpn = createL2TPService(prefs.get(), "VPN");
-  auto kept = createL2TPService(prefs.get(), "Kept");
+  auto vpn = createService(prefs.get(), Chain::L2TP, "VPN");
+  auto kept = createService(prefs.get(), Chain::L2TP, "Kept");
   EXPECT_EQ(ZNNetworkSetCopySelectedVPNService(home.get()), nullptr);
 
   for (ZNNetworkSetRef set : {home.get(), away.get()}) {

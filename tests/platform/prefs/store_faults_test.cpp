@@ -31,7 +31,7 @@ TEST_F(PreferencesCommitFaults, FailedRowWriteLeavesThePreviousStoreAndTheChange
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   const std::string database = storeDir() + "/preferences.db";
   auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
-  auto service = createL2TPService(prefs.get(), "Pending");
+  auto service = createService(prefs.get(), Chain::L2TP, "Pending");
   ASSERT_TRUE(ZNNetworkSetAddService(set.get(), service.get()));
   ASSERT_TRUE(ZNNetworkSetSetName(set.get(), text("Renamed").get()));
   const std::string before = fileBytes(database);

@@ -48,7 +48,7 @@ TEST_F(PreferencesOpen, StoreFilesArePrivateToTheUserInAPrivateDirectory) {
   ZNStoreSetDirectory(nested.c_str());
   auto prefs = open();
   ASSERT_TRUE(prefs);
-  createL2TPService(prefs.get(), "Committed");
+  createService(prefs.get(), Chain::L2TP, "Committed");
   ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
   for (const std::string &path : {storeDir() + "/state", nested}) {
     struct stat info;
@@ -155,7 +155,7 @@ using PreferencesSession = StoreTest;
 TEST_F(PreferencesSession, ChangesStayInTheSessionUntilCommitThenSurviveInANewProcess) {
   auto writer = open();
   auto reader = open();
-  createL2TPService(writer.get(), "Office");
+  createService(writer.get(), Chain::L2TP, "Office");
   EXPECT_EQ(serviceNames(writer.get()), "Office");
   EXPECT_EQ(serviceNames(open().get()), "");
   EXPECT_EQ(runInChildProcess([] { return serviceNames(open().get()).empty(); }), 0);
@@ -170,7 +170,8 @@ TEST_F(PreferencesSession, CommitWritesOnlyTheRowsItChanged) {
     auto prefs = open();
     auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
     for (int i = 0; i < 20; ++i) {
-      auto service = createL2TPService(prefs.get(), ("Service " + std::to_string(i)).c_str());
+      auto service =
+          createService(prefs.get(), Chain::L2TP, ("Service " + std::to_string(i)).c_str());
       ZNNetworkSetAddService(set.get(), service.get());
       ZNNetworkSetSetSelectedVPNService(set.get(), service.get());
     }
@@ -189,7 +190,7 @@ TEST_F(PreferencesSession, CommitWritesOnlyTheRowsItChanged) {
       {"a rename", [&] { return ZNNetworkServiceSetName(first, text("Renamed").get()); }, 1},
       {"a new service in the set",
        [&] {
-         auto service = createL2TPService(prefs.get(), "New");
+         auto service = createService(prefs.get(), Chain::L2TP, "New");
          return ZNNetworkSetAddService(set.get(), service.get());
        },
        2},
@@ -219,7 +220,7 @@ TEST_F(PreferencesSession, CommitWritesOnlyTheRowsItChanged) {
 TEST_F(PreferencesSession, CommitAfterSynchronizeDroppedTheChangesWritesNothing) {
   auto session = open();
   auto other = open();
-  createL2TPService(session.get(), "Dropped");
+  createService(session.get(), Chain::L2TP, "Dropped");
   ZNPreferencesSynchronize(session.get());
   ASSERT_TRUE(ZNPreferencesCommitChanges(session.get()));
   EXPECT_EQ(PTCallCount("commit.row"), 0);
@@ -234,7 +235,7 @@ TEST_F(PreferencesSession, CommitAtTheLastGenerationFailsAndLeavesTheStoreReadab
             "");
   auto prefs = open();
   ASSERT_TRUE(prefs);
-  createL2TPService(prefs.get(), "One too many");
+  createService(prefs.get(), Chain::L2TP, "One too many");
   EXPECT_FALSE(ZNPreferencesCommitChanges(prefs.get()));
   EXPECT_EQ(ZNError(), kZNStatusFailed);
   auto reader = open();
@@ -248,8 +249,8 @@ using PreferencesLock = StoreTest;
 TEST_F(PreferencesLock, StaleSessionCannotLockOrCommitUntilSynchronized) {
   auto first = open();
   auto second = open();
-  createL2TPService(first.get(), "Lost");
-  createL2TPService(second.get(), "Kept");
+  createService(first.get(), Chain::L2TP, "Lost");
+  createService(second.get(), Chain::L2TP, "Kept");
   ASSERT_TRUE(ZNPreferencesCommitChanges(second.get()));
 
   EXPECT_FALSE(ZNPreferencesLock(first.get(), true));
@@ -265,7 +266,7 @@ TEST_F(PreferencesLock, StaleSessionCannotLockOrCommitUntilSynchronized) {
   // The same when the other session is in another process.
   ASSERT_EQ(runInChildProcess([] {
               auto child = open();
-              createL2TPService(child.get(), "From child");
+              createService(child.get(), Chain::L2TP, "From child");
               return ZNPreferencesCommitChanges(child.get()) != 0;
             }),
             0);
@@ -285,7 +286,7 @@ TEST_F(PreferencesLock, TwoSessionsOfOneProcessExcludeEachOther) {
   EXPECT_FALSE(ZNPreferencesLock(second.get(), false));
   EXPECT_EQ(ZNError(), kZNStatusLockFailed);
   // A commit inside the lock keeps it.
-  createL2TPService(first.get(), "Inside");
+  createService(first.get(), Chain::L2TP, "Inside");
   EXPECT_TRUE(ZNPreferencesCommitChanges(first.get()));
   EXPECT_FALSE(ZNPreferencesLock(second.get(), false));
   first = {};  // releasing the session releases its lock
@@ -300,7 +301,7 @@ TEST_F(PreferencesLock, LockCommitAndApplyWaitForAnotherProcessToRelease) {
       {"lock", [](ZNPreferencesRef prefs) { return ZNPreferencesLock(prefs, true) != 0; }},
       {"commit",
        [](ZNPreferencesRef prefs) {
-         createL2TPService(prefs, "Waited");
+         createService(prefs, Chain::L2TP, "Waited");
          return ZNPreferencesCommitChanges(prefs) != 0;
        }},
       {"apply", [](ZNPreferencesRef prefs) { return ZNPreferencesApplyChanges(prefs) != 0; }},
@@ -342,7 +343,7 @@ TEST_F(PreferencesLock, NoThreadWaitsForTheLockItHoldsThroughAnotherSession) {
   auto holder = open();
   auto modified = open();
   auto unmodified = open();
-  createL2TPService(modified.get(), "Never");
+  createService(modified.get(), Chain::L2TP, "Never");
   ASSERT_TRUE(ZNPreferencesLock(holder.get(), true));
   const std::pair<const char *, std::function<bool()>> blocked[] = {
       {"lock", [&] { return ZNPreferencesLock(modified.get(), true) != 0; }},
@@ -378,7 +379,7 @@ using PreferencesApply = StoreTest;
 TEST_F(PreferencesApply, ApplyRecordsTheCommittedGenerationForEveryProcess) {
   auto prefs = open();
   EXPECT_EQ(ZNPreferencesGetAppliedGeneration(prefs.get()), 0);
-  createL2TPService(prefs.get(), "Applied");
+  createService(prefs.get(), Chain::L2TP, "Applied");
   ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
   ASSERT_TRUE(ZNPreferencesApplyChanges(prefs.get()));
   EXPECT_EQ(ZNPreferencesGetAppliedGeneration(prefs.get()), 2);

@@ -14,7 +14,7 @@ using PreferencesTables = StoreTest;
 // A committed store with one service, a member of the current set.
 std::string storeWithOneService(const std::string &directory) {
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createL2TPService(prefs.get(), "Member");
+  auto service = createService(prefs.get(), Chain::L2TP, "Member");
   auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
   ZNNetworkSetAddService(set.get(), service.get());
   ZNPreferencesCommitChanges(prefs.get());
@@ -73,7 +73,7 @@ TEST_F(PreferencesTables, UndecodableServiceFailsItsFirstUseAndIsNeverRewritten)
     EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << body;
 
     // The rest of the session works, and its commit leaves that row alone.
-    createL2TPService(prefs.get(), "Other");
+    createService(prefs.get(), Chain::L2TP, "Other");
     ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get())) << body;
     EXPECT_EQ(runSql(database, "SELECT body FROM services WHERE name = 'Member'"), body);
     ASSERT_EQ(runSql(database, "DELETE FROM services WHERE name = 'Other'"), "");

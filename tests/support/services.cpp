@@ -1,4 +1,4 @@
-#include "config/service_builder.hpp"
+#include "support/services.hpp"
 
 #include "tarnwick/platform/testing.h"
 
@@ -6,13 +6,7 @@ namespace tw::test {
 
 namespace {
 
-using Interface = pv::Ref<ZNNetworkInterfaceRef>;
-
-Interface layer(ZNNetworkInterfaceRef below, PVStringRef type) {
-  return Interface::adopt(ZNNetworkInterfaceCreateWithInterface(below, type));
-}
-
-Interface outerInterface(Chain chain) {
+Ref<ZNNetworkInterfaceRef> outerInterface(Chain chain) {
   switch (chain) {
     case Chain::IPSec:
       return layer(kZNNetworkInterfaceIPv4, kZNNetworkInterfaceTypeIPSec);
@@ -34,28 +28,38 @@ Interface outerInterface(Chain chain) {
 
 }  // namespace
 
+Ref<ZNNetworkInterfaceRef> layer(ZNNetworkInterfaceRef below, PVStringRef type) {
+  return Ref<ZNNetworkInterfaceRef>::adopt(ZNNetworkInterfaceCreateWithInterface(below, type));
+}
+
+Ref<ZNNetworkServiceRef> createService(ZNPreferencesRef prefs, Chain chain, const char *name) {
+  auto service =
+      Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs, outerInterface(chain).get()));
+  EXPECT_TRUE(service && ZNNetworkServiceEstablishDefaultConfiguration(service.get()));
+  if (name) {
+    EXPECT_TRUE(ZNNetworkServiceSetName(service.get(), text(name).get()));
+  }
+  return service;
+}
+
 void ServiceTest::SetUp() {
   StoreTest::SetUp();
-  prefs_ = pv::Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+  prefs_ = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   ASSERT_TRUE(prefs_);
 }
 
 void ServiceTest::TearDown() {
-  service_ = {};
+  services_.clear();
   prefs_ = {};
   StoreTest::TearDown();
 }
 
-ZNNetworkServiceRef ServiceTest::makeService(Chain chain, bool payloadProtocol) {
-  Interface outer = outerInterface(chain);
-  EXPECT_TRUE(outer);
-  service_ = pv::Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs_.get(), outer.get()));
-  EXPECT_TRUE(service_);
-  EXPECT_TRUE(ZNNetworkServiceEstablishDefaultConfiguration(service_.get()));
+ZNNetworkServiceRef ServiceTest::makeService(Chain chain, const char *name, bool payloadProtocol) {
+  services_.push_back(createService(prefs_.get(), chain, name));
   if (payloadProtocol) {
-    EXPECT_TRUE(ZNNetworkServiceAddProtocolType(service_.get(), kJXVPNProtocolTypePayload));
+    EXPECT_TRUE(ZNNetworkServiceAddProtocolType(services_.back().get(), kJXVPNProtocolTypePayload));
   }
-  return service_.get();
+  return services_.back().get();
 }
 
 long ServiceTest::layerWrites() {
