@@ -13,13 +13,6 @@
 namespace tw::test {
 namespace {
 
-std::string makeTemporaryDirectory(const char *name) {
-  const char *tmp = std::getenv("TMPDIR");
-  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/" + name + "-XXXXXX";
-  if (!mkdtemp(pattern.data())) std::abort();
-  return pattern;
-}
-
 // Runs the tool with `args`; standard streams from and to files.
 pid_t spawn(const std::vector<std::string> &args, const std::vector<std::string> &environment,
             const std::string &inPath, const std::string &outPath, const std::string &errPath) {
@@ -49,22 +42,11 @@ pid_t spawn(const std::vector<std::string> &args, const std::vector<std::string>
   _exit(127);
 }
 
-ToolResult collect(pid_t pid, const std::string &outPath, const std::string &errPath) {
-  ToolResult result;
-  int status = 0;
-  if (waitpid(pid, &status, 0) == pid) {
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-  result.out = fileBytes(outPath);
-  result.err = fileBytes(errPath);
-  return result;
-}
-
 }  // namespace
 
 void CliTest::SetUp() {
   StoreTest::SetUp();
-  work_ = makeTemporaryDirectory("tarnwick-cli");
+  work_ = temporaryDirectory("tarnwick-cli");
 }
 
 void CliTest::TearDown() {
@@ -77,40 +59,30 @@ void CliTest::writeFile(const std::string &name, const std::string &text) const 
   std::ofstream(workFile(name), std::ios::binary) << text;
 }
 
-ToolResult CliTest::toolIn(const std::string &store, const std::vector<std::string> &args,
-                           const std::string &input) const {
-  std::vector<std::string> all = {"--store", store};
-  all.insert(all.end(), args.begin(), args.end());
-  writeFile("stdin", input);
-  pid_t pid = spawn(all, {}, workFile("stdin"), workFile("stdout"), workFile("stderr"));
-  return collect(pid, workFile("stdout"), workFile("stderr"));
-}
-
-ToolResult CliTest::toolWithoutStore(const std::vector<std::string> &args,
-                                     const std::vector<std::string> &environment) const {
-  writeFile("stdin", "");
-  pid_t pid = spawn(args, environment, workFile("stdin"), workFile("stdout"), workFile("stderr"));
-  return collect(pid, workFile("stdout"), workFile("stderr"));
-}
-
-CliTest::Running CliTest::start(const std::vector<std::string> &args,
-                                const std::string &tag) const {
-  std::vector<std::string> all = {"--store", storeDir()};
-  all.insert(all.end(), args.begin(), args.end());
-  writeFile("stdin", "");
+CliTest::Running CliTest::launch(const std::vector<std::string> &args,
+                                 const std::vector<std::string> &environment,
+                                 const std::string &input, const std::string &tag) const {
+  writeFile(tag + ".in", input);
   Running running{-1, workFile(tag + ".out"), workFile(tag + ".err")};
-  running.pid = spawn(all, {}, workFile("stdin"), running.outPath, running.errPath);
+  running.pid = spawn(args, environment, workFile(tag + ".in"), running.outPath, running.errPath);
   return running;
 }
 
 ToolResult CliTest::finish(const Running &running) {
-  return collect(running.pid, running.outPath, running.errPath);
+  ToolResult result;
+  int status = 0;
+  if (waitpid(running.pid, &status, 0) == running.pid) {
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+  result.out = fileBytes(running.outPath);
+  result.err = fileBytes(running.errPath);
+  return result;
 }
 
 const std::string &CliTest::examples() {
   // Made once per test process, removed when the process ends.
   struct Copy {
-    Copy() : directory(makeTemporaryDirectory("tarnwick-examples")) {
+    Copy() : directory(temporaryDirectory("tarnwick-examples")) {
       for (const auto &entry : std::filesystem::directory_iterator(TARNWICK_EXAMPLES)) {
         if (entry.path().extension() == ".json") {
           std::filesystem::copy_file(entry.path(),

@@ -27,28 +27,37 @@ class CliTest : public StoreTest {
   void SetUp() override;
   void TearDown() override;
 
-  const std::string &workDir() const { return work_; }
   std::string workFile(const std::string &name) const { return work_ + "/" + name; }
   void writeFile(const std::string &name, const std::string &text) const;
 
-  // Runs `tarnwick --store STORE ARGS...` with `input` on standard input.
-  ToolResult tool(const std::vector<std::string> &args, const std::string &input = "") const {
-    return toolIn(storeDir(), args, input);
-  }
-  ToolResult toolIn(const std::string &store, const std::vector<std::string> &args,
-                    const std::string &input = "") const;
-  // The same with no --store: the environment chooses the store.
-  ToolResult toolWithoutStore(const std::vector<std::string> &args,
-                              const std::vector<std::string> &environment) const;
-
-  // Starts the tool without waiting; finish() waits and collects.
+  // The tool started without waiting, its output going to files; finish()
+  // waits and collects.
   struct Running {
     pid_t pid = -1;
     std::string outPath;
     std::string errPath;
   };
-  Running start(const std::vector<std::string> &args, const std::string &tag) const;
+  // Starts `tarnwick --store STORE ARGS...`.
+  Running start(std::vector<std::string> args, const std::string &tag) const {
+    args.insert(args.begin(), {"--store", storeDir()});
+    return launch(args, {}, "", tag);
+  }
   static ToolResult finish(const Running &running);
+
+  // Runs `tarnwick --store STORE ARGS...` with `input` on standard input.
+  ToolResult tool(const std::vector<std::string> &args, const std::string &input = "") const {
+    return toolIn(storeDir(), args, input);
+  }
+  ToolResult toolIn(const std::string &store, std::vector<std::string> args,
+                    const std::string &input = "") const {
+    args.insert(args.begin(), {"--store", store});
+    return finish(launch(args, {}, input, "tool"));
+  }
+  // The same with no --store: the environment chooses the store.
+  ToolResult toolWithoutStore(const std::vector<std::string> &args,
+                              const std::vector<std::string> &environment) const {
+    return finish(launch(args, environment, "", "tool"));
+  }
 
   // A copy of examples/ with the client identity made, shared by the tests
   // of this process.
@@ -57,6 +66,9 @@ class CliTest : public StoreTest {
   std::string example(const std::string &name) const { return examples() + "/" + name; }
 
  private:
+  Running launch(const std::vector<std::string> &args, const std::vector<std::string> &environment,
+                 const std::string &input, const std::string &tag) const;
+
   std::string work_;
 };
 
