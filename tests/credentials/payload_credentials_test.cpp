@@ -5,52 +5,35 @@
 
 #include "support/test_support.hpp"
 #include "tarnwick.h"
-#include "tarnwick/platform/ref.hpp"
 
+namespace tw::test {
 namespace {
 
-using tw::test::bytes;
-using tw::test::text;
-using tw::test::textOf;
-
-// A dictionary built in place; a copy is an independent dictionary.
-class Dict {
- public:
-  Dict() = default;
-  Dict(const Dict &other)
-      : dict_(pv::Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutableCopy(other.get()))) {}
-  Dict &set(PVStringRef key, PVTypeRef value) {
-    PVDictionarySetValue(dict_.get(), key, value);
-    return *this;
-  }
-  Dict &set(PVStringRef key, const char *value) { return set(key, text(value).get()); }
-  Dict &set(PVStringRef key, const Dict &value) { return set(key, value.get()); }
-  Dict &remove(PVStringRef key) {
-    PVDictionaryRemoveValue(dict_.get(), key);
-    return *this;
-  }
-  PVDictionaryRef get() const { return dict_.get(); }
-
- private:
-  pv::Ref<PVMutableDictionaryRef> dict_ =
-      pv::Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
-};
+using Dict = Ref<PVDictionaryRef>;
 
 Dict payloadOf(PVStringRef type, PVStringRef entity, const Dict &dictionary) {
-  return Dict().set(kJXVPNTypeKey, type).set(entity, dictionary);
+  return dict({{kJXVPNTypeKey, type}, {entity, dictionary}});
 }
 
-Dict sharedSecretIPSec() {
-  return Dict()
-      .set(kZNPropNetIPSecAuthenticationMethod, kZNValNetIPSecAuthenticationMethodSharedSecret)
-      .set(kZNPropNetIPSecXAuthName, "xauth-user")
-      .set(kZNPropNetIPSecXAuthPassword, "xauth-pass");
+Dict without(const Dict &dictionary, PVStringRef key) {
+  auto copy = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutableCopy(dictionary.get()));
+  PVDictionaryRemoveValue(copy.get(), key);
+  return Dict::adopt(PVDictionaryCreateCopy(copy.get()));
+}
+
+Dict sharedSecretIPSec(std::initializer_list<std::pair<DictItem, DictItem>> more = {}) {
+  return dict(
+      more,
+      dict({{kZNPropNetIPSecAuthenticationMethod, kZNValNetIPSecAuthenticationMethodSharedSecret},
+            {kZNPropNetIPSecXAuthName, "xauth-user"},
+            {kZNPropNetIPSecXAuthPassword, "xauth-pass"}})
+          .get());
 }
 
 using Extractor = PVTypeRef (*)(PVDictionaryRef, PVStringRef *, Boolean *);
 
 // Sits in the output slots before a call, to tell whether they were written.
-const pv::Ref<PVStringRef> kUntouchedKey = text("untouched");
+const Ref<PVStringRef> kUntouchedKey = text("untouched");
 constexpr Boolean kUntouchedApplies = 7;
 
 struct Outcome {
@@ -61,7 +44,7 @@ struct Outcome {
 
 Outcome extract(Extractor extractor, PVDictionaryRef payload, PVStringRef requested = nullptr) {
   Outcome outcome{"", requested, kUntouchedApplies};
-  auto value = pv::Ref<PVTypeRef>::adopt(extractor(payload, &outcome.key, &outcome.applies));
+  auto value = Ref<PVTypeRef>::adopt(extractor(payload, &outcome.key, &outcome.applies));
   outcome.value = textOf(value.get());
   return outcome;
 }
@@ -96,7 +79,7 @@ TEST(PayloadCredentials, NullPayloadWritesNothing) {
 }
 
 TEST(PayloadUserName, AccountNameByVPNType) {
-  auto ppp = Dict().set(kZNPropNetPPPAuthName, "ppp-user");
+  auto ppp = dict({{kZNPropNetPPPAuthName, "ppp-user"}});
   expectOutcomes(
       JXVPNCopyPayloadUserName,
       {
@@ -104,28 +87,27 @@ TEST(PayloadUserName, AccountNameByVPNType) {
            "xauth-user", kZNPropNetIPSecXAuthName, true},
           {"IPSec, no method",
            payloadOf(kZNEntNetIPSec, kZNEntNetIPSec,
-                     sharedSecretIPSec().remove(kZNPropNetIPSecAuthenticationMethod)),
+                     without(sharedSecretIPSec(), kZNPropNetIPSecAuthenticationMethod)),
            "(null)", kZNPropNetIPSecXAuthName, false},
           {"IPSec, certificate",
            payloadOf(kZNEntNetIPSec, kZNEntNetIPSec,
-                     sharedSecretIPSec().set(kZNPropNetIPSecAuthenticationMethod,
-                                             kZNValNetIPSecAuthenticationMethodCertificate)),
+                     sharedSecretIPSec({{kZNPropNetIPSecAuthenticationMethod,
+                                         kZNValNetIPSecAuthenticationMethodCertificate}})),
            "(null)", kZNPropNetIPSecXAuthName, false},
-          {"IPSec, no dictionary", Dict().set(kJXVPNTypeKey, kZNEntNetIPSec), "(null)",
+          {"IPSec, no dictionary", dict({{kJXVPNTypeKey, kZNEntNetIPSec}}), "(null)",
            kZNPropNetIPSecXAuthName, false},
           {"vendor VPN", payloadOf(kZNEntNetVPN, kZNEntNetPPP, ppp), "(null)", nullptr, false},
-          {"L2TP without name", payloadOf(kZNEntNetL2TP, kZNEntNetPPP, Dict()), "(null)",
+          {"L2TP without name", payloadOf(kZNEntNetL2TP, kZNEntNetPPP, dict({})), "(null)",
            kZNPropNetPPPAuthName, true},
           {"PPTP", payloadOf(kZNEntNetPPTP, kZNEntNetPPP, ppp), "ppp-user", kZNPropNetPPPAuthName,
            true},
-          {"no type", Dict().set(kZNEntNetPPP, ppp), "ppp-user", kZNPropNetPPPAuthName, true},
+          {"no type", dict({{kZNEntNetPPP, ppp}}), "ppp-user", kZNPropNetPPPAuthName, true},
       });
 }
 
 TEST(PayloadUserName, ValueIsUnconvertedWithTheCallersOwnReference) {
   auto name = bytes("ppp-user");
-  Dict payload =
-      payloadOf(kZNEntNetL2TP, kZNEntNetPPP, Dict().set(kZNPropNetPPPAuthName, name.get()));
+  Dict payload = payloadOf(kZNEntNetL2TP, kZNEntNetPPP, dict({{kZNPropNetPPPAuthName, name}}));
   PVIndex before = PVGetRetainCount(name.get());
   PVTypeRef value = JXVPNCopyPayloadUserName(payload.get(), nullptr, nullptr);
   EXPECT_EQ(value, name.get());
@@ -134,8 +116,8 @@ TEST(PayloadUserName, ValueIsUnconvertedWithTheCallersOwnReference) {
 }
 
 TEST(PayloadUserNameAndPassword, ProxyCredentialsFollowTheAuthenticatedFlag) {
-  auto one = pv::Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(1));
-  auto lowByteZero = pv::Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(256));
+  auto one = Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(1));
+  auto lowByteZero = Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(256));
   struct {
     const char *name;
     PVTypeRef authenticated;
@@ -152,11 +134,12 @@ TEST(PayloadUserNameAndPassword, ProxyCredentialsFollowTheAuthenticatedFlag) {
   auto passwordKey = text("HTTPProxyPassword");
   for (const auto &c : cases) {
     SCOPED_TRACE(c.name);
-    Dict proxies = Dict()
-                       .set(kJXVPNPropNetProxiesHTTPProxyUsernameKey, "proxy-user")
-                       .set(kJXVPNPropNetProxiesHTTPProxyPasswordKey, "proxy-pass");
-    if (c.authenticated)
-      proxies.set(kJXVPNPropNetProxiesHTTPProxyAuthenticatedKey, c.authenticated);
+    Dict proxies = dict({{kJXVPNPropNetProxiesHTTPProxyUsernameKey, "proxy-user"},
+                         {kJXVPNPropNetProxiesHTTPProxyPasswordKey, "proxy-pass"}});
+    if (c.authenticated) {
+      proxies =
+          dict({{kJXVPNPropNetProxiesHTTPProxyAuthenticatedKey, c.authenticated}}, proxies.get());
+    }
     Dict payload = payloadOf(kZNEntNetIPSec, kZNNetworkProtocolTypeProxies, proxies);
     expectOutcomes(JXVPNCopyPayloadUserName,
                    {{"user name", payload, "proxy-user", userKey.get(), c.userNameApplies}},
@@ -170,7 +153,7 @@ TEST(PayloadUserNameAndPassword, ProxyCredentialsFollowTheAuthenticatedFlag) {
 TEST(PayloadUserNameAndPassword, ProxyNeedsAUserNameAndUnknownKeysGiveNothing) {
   PVStringRef userKey = kJXVPNPropNetProxiesHTTPProxyUsernameKey;
   PVStringRef passwordKey = kJXVPNPropNetProxiesHTTPProxyPasswordKey;
-  Dict noUser = Dict().set(kZNNetworkProtocolTypeProxies, Dict().set(passwordKey, "p"));
+  Dict noUser = dict({{kZNNetworkProtocolTypeProxies, dict({{passwordKey, "p"}})}});
   Dict noProxies = payloadOf(kZNEntNetIPSec, kZNEntNetIPSec, sharedSecretIPSec());
   expectOutcomes(JXVPNCopyPayloadUserName,
                  {{"no user name", noUser, "(null)", userKey, false},
@@ -190,15 +173,13 @@ TEST(PayloadUserNameAndPassword, ProxyNeedsAUserNameAndUnknownKeysGiveNothing) {
 TEST(PayloadPassword, AccountPasswordByVPNTypeAndAuthentication) {
   auto other = text("EAP-Other");
   auto rsa = text("EAP-RSA");
-  PVTypeRef pluginList[] = {other.get(), rsa.get()};  // "EAP-RSA" anywhere counts
-  auto rsaPlugins = pv::Ref<PVArrayRef>::adopt(PVArrayCreate(pluginList, 2));
-  Dict ppp = Dict()
-                 .set(kZNPropNetPPPAuthEAPPlugins, rsaPlugins.get())
-                 .set(kZNPropNetPPPAuthPassword, "ppp-pass");
-  Dict prompted = sharedSecretIPSec().set(kZNPropNetIPSecXAuthPasswordEncryption,
-                                          kZNValNetIPSecXAuthPasswordEncryptionPrompt);
+  auto rsaPlugins = array({other.get(), rsa.get()});  // "EAP-RSA" anywhere counts
+  Dict ppp =
+      dict({{kZNPropNetPPPAuthEAPPlugins, rsaPlugins}, {kZNPropNetPPPAuthPassword, "ppp-pass"}});
+  Dict prompted = sharedSecretIPSec(
+      {{kZNPropNetIPSecXAuthPasswordEncryption, kZNValNetIPSecXAuthPasswordEncryptionPrompt}});
   auto withBoth = [&](PVStringRef type) {
-    return Dict().set(kJXVPNTypeKey, type).set(kZNEntNetPPP, ppp).set(kZNEntNetIPSec, prompted);
+    return dict({{kJXVPNTypeKey, type}, {kZNEntNetPPP, ppp}, {kZNEntNetIPSec, prompted}});
   };
   auto ipsec = [](const Dict &d) { return payloadOf(kZNEntNetIPSec, kZNEntNetIPSec, d); };
   auto utf8 = bytes("pässword");
@@ -208,36 +189,34 @@ TEST(PayloadPassword, AccountPasswordByVPNTypeAndAuthentication) {
       {
           {"token card, IPSec", withBoth(kZNEntNetIPSec), "(null)", nullptr, false},
           {"token card, L2TP", withBoth(kZNEntNetL2TP), "(null)", nullptr, false},
-          {"token card without prompt", ipsec(sharedSecretIPSec()).set(kZNEntNetPPP, ppp),
-           "xauth-pass", kZNPropNetIPSecXAuthPassword, true},
+          {"token card without prompt",
+           dict({{kZNEntNetPPP, ppp}}, ipsec(sharedSecretIPSec()).get()), "xauth-pass",
+           kZNPropNetIPSecXAuthPassword, true},
           {"prompt without token card", ipsec(prompted), "xauth-pass", kZNPropNetIPSecXAuthPassword,
            true},
-          {"no method", ipsec(sharedSecretIPSec().remove(kZNPropNetIPSecAuthenticationMethod)),
+          {"no method", ipsec(without(sharedSecretIPSec(), kZNPropNetIPSecAuthenticationMethod)),
            "xauth-pass", kZNPropNetIPSecXAuthPassword, true},
           {"vendor VPN", payloadOf(kZNEntNetVPN, kZNEntNetPPP, ppp), "(null)", nullptr, false},
           {"L2TP, UTF-8 data",
-           payloadOf(kZNEntNetL2TP, kZNEntNetPPP,
-                     Dict().set(kZNPropNetPPPAuthPassword, utf8.get())),
+           payloadOf(kZNEntNetL2TP, kZNEntNetPPP, dict({{kZNPropNetPPPAuthPassword, utf8}})),
            "pässword", kZNPropNetPPPAuthPassword, true},
           {"PPTP, invalid data",
-           payloadOf(kZNEntNetPPTP, kZNEntNetPPP,
-                     Dict().set(kZNPropNetPPPAuthPassword, invalid.get())),
+           payloadOf(kZNEntNetPPTP, kZNEntNetPPP, dict({{kZNPropNetPPPAuthPassword, invalid}})),
            "(null)", kZNPropNetPPPAuthPassword, true},
       });
 }
 
 TEST(PayloadPasswordAndSharedSecret, CertificateAuthenticationExcludesThem) {
-  Dict ipsec = sharedSecretIPSec().set(kZNPropNetIPSecSharedSecret, "psk");
+  auto ipsec = [](std::initializer_list<std::pair<DictItem, DictItem>> more) {
+    return payloadOf(kZNEntNetIPSec, kZNEntNetIPSec,
+                     dict(more, sharedSecretIPSec({{kZNPropNetIPSecSharedSecret, "psk"}}).get()));
+  };
   const std::pair<const char *, Dict> payloads[] = {
-      {"certificate method",
-       payloadOf(kZNEntNetIPSec, kZNEntNetIPSec,
-                 Dict(ipsec).set(kZNPropNetIPSecAuthenticationMethod,
-                                 kZNValNetIPSecAuthenticationMethodCertificate))},
-      {"certificate UUID", payloadOf(kZNEntNetIPSec, kZNEntNetIPSec,
-                                     Dict(ipsec).set(kJXVPNPayloadCertificateUUIDKey, "u"))},
-      {"identity UUID", payloadOf(kZNEntNetIPSec, kZNEntNetIPSec,
-                                  Dict(ipsec).set(kJXVPNPayloadCertificateIdentityUUIDKey, "u"))},
-      {"no IPSec dictionary", Dict().set(kJXVPNTypeKey, kZNEntNetIPSec)},
+      {"certificate method", ipsec({{kZNPropNetIPSecAuthenticationMethod,
+                                     kZNValNetIPSecAuthenticationMethodCertificate}})},
+      {"certificate UUID", ipsec({{kJXVPNPayloadCertificateUUIDKey, "u"}})},
+      {"identity UUID", ipsec({{kJXVPNPayloadCertificateIdentityUUIDKey, "u"}})},
+      {"no IPSec dictionary", dict({{kJXVPNTypeKey, kZNEntNetIPSec}})},
   };
   for (const auto &[name, payload] : payloads) {
     expectOutcomes(JXVPNCopyPayloadPassword,
@@ -249,13 +228,12 @@ TEST(PayloadPasswordAndSharedSecret, CertificateAuthenticationExcludesThem) {
 
 TEST(PayloadSharedSecret, SourcesAreTakenInPriorityOrder) {
   auto exported =
-      pv::Ref<PVDataRef>::adopt(JXVPNCreateExportedIPSecSharedSecret(text("from-export").get()));
+      Ref<PVDataRef>::adopt(JXVPNCreateExportedIPSecSharedSecret(text("from-export").get()));
   auto obfuscated = bytes("\xac\x20\x13\x27");  // "€✓" in UTF-16LE
-  Dict ipsec = sharedSecretIPSec()
-                   .set(kZNPropNetL2TPIPSecSharedSecret, "from-l2tp-key")
-                   .set(kZNPropNetIPSecSharedSecret, "from-ipsec-key")
-                   .set(kJXVPNExportedIPSecSharedSecretKey, exported.get())
-                   .set(kJXVPNEncryptedIPSecSharedSecretKey, obfuscated.get());
+  Dict ipsec = sharedSecretIPSec({{kZNPropNetL2TPIPSecSharedSecret, "from-l2tp-key"},
+                                  {kZNPropNetIPSecSharedSecret, "from-ipsec-key"},
+                                  {kJXVPNExportedIPSecSharedSecretKey, exported},
+                                  {kJXVPNEncryptedIPSecSharedSecretKey, obfuscated}});
   const std::pair<PVStringRef, const char *> order[] = {
       {kZNPropNetL2TPIPSecSharedSecret, "from-l2tp-key"},
       {kZNPropNetIPSecSharedSecret, "from-ipsec-key"},
@@ -269,16 +247,16 @@ TEST(PayloadSharedSecret, SourcesAreTakenInPriorityOrder) {
                      kZNPropNetIPSecSharedSecret, true},
                     {expected, payloadOf(kZNEntNetL2TP, kZNEntNetIPSec, ipsec), expected,
                      kZNPropNetIPSecSharedSecret, true}});
-    if (source) ipsec.remove(source);
+    if (source) ipsec = without(ipsec, source);
   }
 }
 
 TEST(PayloadSharedSecret, PlainDataIsDecodedAndOnlyIPSecAndL2TPCarryOne) {
   auto utf8 = bytes("pré-shared");
   auto invalid = bytes("\xc3\x28");
-  Dict ipsec = sharedSecretIPSec().set(kZNPropNetIPSecSharedSecret, "psk");
+  Dict ipsec = sharedSecretIPSec({{kZNPropNetIPSecSharedSecret, "psk"}});
   auto withSecret = [](PVStringRef key, PVTypeRef value) {
-    return payloadOf(kZNEntNetIPSec, kZNEntNetIPSec, sharedSecretIPSec().set(key, value));
+    return payloadOf(kZNEntNetIPSec, kZNEntNetIPSec, sharedSecretIPSec({{key, value}}));
   };
   expectOutcomes(
       JXVPNCopyPayloadSharedSecret,
@@ -289,13 +267,13 @@ TEST(PayloadSharedSecret, PlainDataIsDecodedAndOnlyIPSecAndL2TPCarryOne) {
            kZNPropNetIPSecSharedSecret, true},
           {"PPTP", payloadOf(kZNEntNetPPTP, kZNEntNetIPSec, ipsec), "(null)", nullptr, false},
           {"vendor VPN", payloadOf(kZNEntNetVPN, kZNEntNetIPSec, ipsec), "(null)", nullptr, false},
-          {"no type", Dict().set(kZNEntNetIPSec, ipsec), "(null)", nullptr, false},
+          {"no type", dict({{kZNEntNetIPSec, ipsec}}), "(null)", nullptr, false},
       });
 }
 
 TEST(PayloadPIN, AskedOnlyForIPSecWithPromptTrue) {
-  auto one = pv::Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(1));
-  auto prompt = [](PVTypeRef value) { return Dict().set(kJXVPNPromptForPinKey, value); };
+  auto one = Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(1));
+  auto prompt = [](PVTypeRef value) { return dict({{kJXVPNPromptForPinKey, value}}); };
   expectOutcomes(
       JXVPNCopyPayloadPIN,
       {
@@ -312,3 +290,4 @@ TEST(PayloadPIN, AskedOnlyForIPSecWithPromptTrue) {
 }
 
 }  // namespace
+}  // namespace tw::test

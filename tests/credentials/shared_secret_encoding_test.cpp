@@ -83,14 +83,6 @@ TEST(SharedSecretExport, KeyCyclesIndependentlyOfTheTwelveByteBlocks) {
   EXPECT_EQ(bytesOf(exportSecret("abcdefghijkl").get()).at(12), 0xa1);
 }
 
-TEST(SharedSecretExport, TwoExportsDifferOnlyAfterTheTerminator) {
-  Bytes a = bytesOf(exportSecret("s3cret").get());
-  Bytes b = bytesOf(exportSecret("s3cret").get());
-  ASSERT_EQ(a.size(), 12u);
-  EXPECT_EQ(Bytes(a.begin(), a.begin() + 7), Bytes(b.begin(), b.begin() + 7));
-  EXPECT_NE(Bytes(a.begin() + 7, a.end()), Bytes(b.begin() + 7, b.end()));
-}
-
 TEST(SharedSecretImport, RoundTripsAndReadsAnyDataThatUnmasksToText) {
   for (const char *secret : {"", "elevenbytes", "pässwörd ✓ 🔑 密码 beyond two blocks"}) {
     auto imported = pv::Ref<PVStringRef>::adopt(
