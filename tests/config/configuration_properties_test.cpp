@@ -20,7 +20,10 @@ class ConfigurationProperties : public ServiceTest {
   }
 };
 
+// A key the classifier does not place, here equal text that is not the
+// constant, uses the outer interface's own configuration.
 TEST_F(ConfigurationProperties, KeysLandWhereTheirClassPointsOnEachChain) {
+  auto callersKey = text("AuthName");
   struct Case {
     Chain chain;
     PVStringRef key;
@@ -30,6 +33,7 @@ TEST_F(ConfigurationProperties, KeysLandWhereTheirClassPointsOnEachChain) {
       {Chain::PPTP, kZNPropNetIPSecSharedSecret, kZNEntNetIPSec},
       {Chain::Vendor, kJXVPNPropNetVPNOnDemandSupported, kZNEntNetIPSec},
       {Chain::IPSec, kZNPropNetPPPAuthName, kZNEntNetPPP},
+      {Chain::IPSec, callersKey.get(), nullptr},
       {Chain::L2TP, kZNPropNetPPPAuthName, nullptr},
       {Chain::Vendor, kZNPropNetVPNLocalCertificate, nullptr},
       {Chain::IPSec, kJXVPNPropNetIPSecOnDemandSupported, nullptr},
@@ -44,23 +48,6 @@ TEST_F(ConfigurationProperties, KeysLandWhereTheirClassPointsOnEachChain) {
     EXPECT_TRUE(PVEqual(stored, value.get()));
     EXPECT_TRUE(PVEqual(JXVPNServiceGetConfigurationProperty(service, c.key), value.get()));
   }
-}
-
-TEST_F(ConfigurationProperties, UnknownKeysUseTheOuterInterfacesOwnConfiguration) {
-  ZNNetworkServiceRef service = makeService(Chain::IPSec);
-  // Same text as the PPP key constant, but not the constant: unknown.
-  auto callersKey = text("AuthName");
-  auto callersValue = text("caller"), constantsValue = text("constant");
-  EXPECT_TRUE(JXVPNServiceSetConfigurationProperty(service, callersKey.get(), callersValue.get()));
-  EXPECT_TRUE(
-      JXVPNServiceSetConfigurationProperty(service, kZNPropNetPPPAuthName, constantsValue.get()));
-  EXPECT_TRUE(PVEqual(outerValue(service, callersKey.get()), callersValue.get()));
-  EXPECT_TRUE(
-      PVEqual(extendedValue(service, kZNEntNetPPP, kZNPropNetPPPAuthName), constantsValue.get()));
-  EXPECT_TRUE(
-      PVEqual(JXVPNServiceGetConfigurationProperty(service, callersKey.get()), callersValue.get()));
-  EXPECT_TRUE(PVEqual(JXVPNServiceGetConfigurationProperty(service, kZNPropNetPPPAuthName),
-                      constantsValue.get()));
 }
 
 TEST_F(ConfigurationProperties, ForTypeUsesTheGivenTypeAndNullArgumentsChangeNothing) {
@@ -88,69 +75,48 @@ TEST_F(ConfigurationProperties, ForTypeUsesTheGivenTypeAndNullArgumentsChangeNot
   EXPECT_EQ(layerWrites(), 0);
 }
 
-TEST_F(ConfigurationProperties, RemoveWritesOncePerPlacedKeyAndNeverTouchesUnknownKeys) {
+// Each placed key is written back once, absent or not, and the result is
+// that of the last placed key; unknown keys are skipped and never removed.
+TEST_F(ConfigurationProperties, RemoveWritesEachPlacedKeyAndGivesTheLastOnesResult) {
   ZNNetworkServiceRef service = makeService(Chain::L2TP);
   auto value = text("value");
   auto unknown = text("RemoteAddress");
-  JXVPNServiceSetConfigurationProperty(service, kZNPropNetPPPAuthName, value.get());
-  JXVPNServiceSetConfigurationProperty(service, kZNPropNetPPPAuthPassword, value.get());
-  JXVPNServiceSetConfigurationProperty(service, unknown.get(), value.get());
-  auto keys = array({kZNPropNetPPPAuthName, kZNPropNetPPPAuthPassword, unknown.get(),
-                     kZNPropNetPPPAuthName /* absent by now */});
-  PTReset();
-  EXPECT_TRUE(JXVPNServiceRemoveConfigurationProperties(service, keys.get()));
-  EXPECT_EQ(PTCallCount("ZNNetworkInterfaceSetConfiguration"), 3);
-  EXPECT_EQ(JXVPNServiceGetConfigurationProperty(service, kZNPropNetPPPAuthName), nullptr);
-  EXPECT_EQ(JXVPNServiceGetConfigurationProperty(service, kZNPropNetPPPAuthPassword), nullptr);
-  EXPECT_TRUE(PVEqual(outerValue(service, unknown.get()), value.get()));
-
-  PTReset();
-  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, array({unknown.get()}).get()));
-  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, array({}).get()));
-  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, nullptr));
-  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(nullptr, keys.get()));
-  // A layer with no configuration yet counts as done, with nothing written.
-  EXPECT_TRUE(JXVPNServiceRemoveConfigurationProperties(
-      service, array({kZNPropNetVPNLocalCertificate}).get()));
-  EXPECT_EQ(layerWrites(), 0);
-}
-
-TEST_F(ConfigurationProperties, RemoveResultIsThatOfTheLastPlacedKey) {
-  ZNNetworkServiceRef service = makeService(Chain::L2TP);
-  auto value = text("value");
-  auto unknown = text("RemoteAddress");
-  auto reset = [&] {
-    JXVPNServiceSetConfigurationProperty(service, kZNPropNetPPPAuthName, value.get());
-    JXVPNServiceSetConfigurationProperty(service, kZNPropNetPPPAuthPassword, value.get());
-    JXVPNServiceSetConfigurationProperty(service, kZNPropNetIPSecSharedSecret, value.get());
-  };
+  PVStringRef name = kZNPropNetPPPAuthName, password = kZNPropNetPPPAuthPassword,
+              secret = kZNPropNetIPSecSharedSecret, noConfiguration = kZNPropNetVPNLocalCertificate;
   struct Case {
     const char *name;
     std::vector<PVTypeRef> keys;
-    long failingWrite;  // of ZNNetworkInterfaceSetConfiguration
+    long failingWrite;  // of the layer's own configuration; 0: none
     bool result;
+    long writes;
+    bool nameRemoved;
   } cases[] = {
-      {"failure then unknown", {kZNPropNetPPPAuthName, unknown.get()}, 1, false},
-      {"success then unknown", {kZNPropNetPPPAuthPassword, unknown.get()}, 0, true},
-      {"failure then success", {kZNPropNetPPPAuthName, kZNPropNetIPSecSharedSecret}, 1, true},
-      {"failure then no configuration",
-       {kZNPropNetPPPAuthName, kZNPropNetVPNLocalCertificate},
-       1,
-       true},
-      {"success then failure", {kZNPropNetPPPAuthPassword, kZNPropNetPPPAuthName}, 2, false},
+      {"every placed key", {name, password, unknown.get(), name}, 0, true, 3, true},
+      {"unknown keys only", {unknown.get()}, 0, false, 0, false},
+      {"no keys", {}, 0, false, 0, false},
+      {"a layer without configuration", {noConfiguration}, 0, true, 0, false},
+      {"failure then unknown", {name, unknown.get()}, 1, false, 1, false},
+      {"success then unknown", {password, unknown.get()}, 0, true, 1, false},
+      {"failure then success", {name, secret}, 1, true, 2, false},
+      {"failure then no configuration", {name, noConfiguration}, 1, true, 1, false},
+      {"success then failure", {password, name}, 2, false, 2, false},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
-    reset();
+    for (PVStringRef key : {name, password, secret, unknown.get()}) {
+      JXVPNServiceSetConfigurationProperty(service, key, value.get());
+    }
+    PTReset();
     PTFailNthCall("ZNNetworkInterfaceSetConfiguration", c.failingWrite);
     EXPECT_EQ(JXVPNServiceRemoveConfigurationProperties(service, array(c.keys).get()), c.result);
-    // The failed write left its key; earlier removals stay.
-    EXPECT_TRUE(
-        PVEqual(JXVPNServiceGetConfigurationProperty(service, kZNPropNetPPPAuthName), value.get()));
+    EXPECT_EQ(layerWrites(), c.writes);
+    EXPECT_EQ(JXVPNServiceGetConfigurationProperty(service, name) == nullptr, c.nameRemoved);
+    EXPECT_TRUE(PVEqual(outerValue(service, unknown.get()), value.get()));
   }
-  EXPECT_EQ(JXVPNServiceGetConfigurationProperty(service, kZNPropNetPPPAuthPassword), nullptr);
-  EXPECT_TRUE(PVEqual(JXVPNServiceGetConfigurationProperty(service, kZNPropNetIPSecSharedSecret),
-                      value.get()));
+  // The last case's earlier removal stays.
+  EXPECT_EQ(JXVPNServiceGetConfigurationProperty(service, password), nullptr);
+  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(service, nullptr));
+  EXPECT_FALSE(JXVPNServiceRemoveConfigurationProperties(nullptr, array({name}).get()));
 }
 
 TEST_F(ConfigurationProperties, CommittedSettingsAreReadBackByAnotherProcess) {

@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "config/internal.hpp"
-#include "support/services.hpp"
+#include "support/test_support.hpp"
+#include "tarnwick.h"
 
 namespace {
 
 using tw::test::text;
+using tw::test::textOf;
 
 TEST(ConfigurationTypeClassifier, PlacesKeyConstantsInTheirLayer) {
   struct Case {
@@ -15,6 +17,7 @@ TEST(ConfigurationTypeClassifier, PlacesKeyConstantsInTheirLayer) {
       {kZNPropNetIPSecSharedSecret, kZNEntNetIPSec},
       {kZNPropNetIPSecLocalIdentifier, kZNEntNetIPSec},
       {kZNPropNetIPSecOnDemandMatchDomainsNever, kZNEntNetIPSec},
+      {kZNPropNetIPSecOnDemandEnabled, kZNEntNetIPSec},
       // The L2TP shared-secret keys are kept with IPSec.
       {kZNPropNetL2TPIPSecSharedSecret, kZNEntNetIPSec},
       {kZNPropNetL2TPTransport, kZNEntNetIPSec},
@@ -36,24 +39,17 @@ TEST(ConfigurationTypeClassifier, PlacesKeyConstantsInTheirLayer) {
   }
 }
 
-TEST(ConfigurationTypeClassifier, MatchesByIdentityNotByText) {
-  // Equal text, other objects: a caller's string, and constants of another
-  // layer or of a value.
-  EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(text("SharedSecret").get()), nullptr);
-  EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(text("OnDemandSupported").get()), nullptr);
-  EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(text("AuthName").get()), nullptr);
-  EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(kZNValNetIPSecAuthenticationMethodSharedSecret),
-            nullptr);
-  EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(kZNPropNetIPSecOnDemandEnabled), kZNEntNetIPSec);
-  EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(kZNPropNetVPNOnDemandEnabled), kZNEntNetVPN);
-}
-
-TEST(ConfigurationTypeClassifier, LeavesOtherKeysUnplacedAndNeverNamesEAP) {
+TEST(ConfigurationTypeClassifier, LeavesOtherKeysAndEqualTextUnplacedAndNeverNamesEAP) {
+  // Equal text, other objects: a caller's strings, and a value constant.
+  auto sharedSecret = text("SharedSecret"), onDemand = text("OnDemandSupported"),
+       authName = text("AuthName");
   for (PVStringRef key :
-       {kJXVPNTypeKey, kJXPayloadIdentifierKey, kZNPropNetProxiesHTTPProxy,
-        kJXVPNPropNetProxiesHTTPProxyTypeManual, kZNValNetPPPAuthProtocolEAP, kZNEntNetIPSec,
-        kZNPropUserDefinedName, static_cast<PVStringRef>(nullptr)}) {
-    EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(key), nullptr);
+       {sharedSecret.get(), onDemand.get(), authName.get(),
+        kZNValNetIPSecAuthenticationMethodSharedSecret, kJXVPNTypeKey, kJXPayloadIdentifierKey,
+        kZNPropNetProxiesHTTPProxy, kJXVPNPropNetProxiesHTTPProxyTypeManual,
+        kZNValNetPPPAuthProtocolEAP, kZNEntNetIPSec, kZNPropUserDefinedName,
+        static_cast<PVStringRef>(nullptr)}) {
+    EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(key), nullptr) << textOf(key);
   }
 }
 
