@@ -1,6 +1,5 @@
 // Services and their protocols.
-#include <cctype>
-#include <cstring>
+#include <regex>
 
 #include "platform/prefs/support.hpp"
 #include "support/test_support.hpp"
@@ -9,20 +8,6 @@ namespace tw::test {
 namespace {
 
 using NetworkService = StoreTest;
-
-// Lower-case 8-4-4-4-12 hex, version 4, RFC 4122 variant.
-bool isVersion4Uuid(const std::string &id) {
-  if (id.size() != 36) return false;
-  for (size_t i = 0; i < id.size(); ++i) {
-    bool dash = i == 8 || i == 13 || i == 18 || i == 23;
-    if (dash ? id[i] != '-'
-             : !std::isxdigit(static_cast<unsigned char>(id[i])) ||
-                   std::isupper(static_cast<unsigned char>(id[i]))) {
-      return false;
-    }
-  }
-  return id[14] == '4' && std::strchr("89ab", id[19]) != nullptr;
-}
 
 bool isEmptyDictionary(PVDictionaryRef dictionary) {
   return PVGetTypeID(dictionary) == PVDictionaryGetTypeID() &&
@@ -90,7 +75,10 @@ TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) 
   auto first = createService(prefs.get(), Chain::L2TP, "One");
   auto second = createService(prefs.get(), Chain::L2TP, "Two");
   std::string id = textOf(ZNNetworkServiceGetServiceID(first.get()));
-  EXPECT_TRUE(isVersion4Uuid(id)) << id;
+  // Lower-case 8-4-4-4-12 hex, version 4, RFC 4122 variant.
+  EXPECT_TRUE(std::regex_match(
+      id, std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")))
+      << id;
   EXPECT_NE(id, textOf(ZNNetworkServiceGetServiceID(second.get())));
 
   auto copy =

@@ -8,13 +8,7 @@ namespace {
 using NetworkSet = StoreTest;
 
 std::string memberNames(ZNNetworkSetRef set) {
-  auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set));
-  std::string names;
-  for (PVIndex i = 0; i < PVArrayGetCount(members.get()); ++i) {
-    names +=
-        (i ? "," : "") + textOf(ZNNetworkServiceGetName(at<ZNNetworkServiceRef>(members.get(), i)));
-  }
-  return names;
+  return serviceNames(Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set)).get());
 }
 
 TEST_F(NetworkSet, SetsAreCreatedUnnamedAndCanBeNamedMadeCurrentAndRemoved) {
@@ -85,7 +79,6 @@ TEST_F(NetworkSet, SelectionIsClearedByNullAndByRemovingTheServiceFromEverySet) 
   EXPECT_EQ(ZNNetworkSetCopySelectedVPNService(away.get()), nullptr);
   selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(home.get()));
   EXPECT_TRUE(PVEqual(selected.get(), kept.get()));
-  EXPECT_TRUE(ZNPreferencesCommitChanges(prefs.get()));  // the document stays whole
 }
 
 }  // namespace
