@@ -55,21 +55,6 @@ std::optional<Ref<PVTypeRef>> specialData(const Json &object, const JsonSource &
   return dataValue(bytes);
 }
 
-// A dictionary's entries, sorted by the text of their keys.
-std::vector<std::pair<std::string, PVTypeRef>> sortedEntries(PVDictionaryRef dictionary) {
-  PVIndex count = PVDictionaryGetCount(dictionary);
-  std::vector<PVTypeRef> keys(static_cast<size_t>(count)), values(static_cast<size_t>(count));
-  PVDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
-  std::vector<std::pair<std::string, PVTypeRef>> entries;
-  for (size_t i = 0; i < keys.size(); ++i) {
-    bool textKey = PVGetTypeID(keys[i]) == PVStringGetTypeID();
-    entries.emplace_back(textKey ? textOf(keys[i]) : tableText(keys[i]), values[i]);
-  }
-  std::sort(entries.begin(), entries.end(),
-            [](const auto &a, const auto &b) { return a.first < b.first; });
-  return entries;
-}
-
 }  // namespace
 
 Ref<PVStringRef> makeString(const std::string &utf8) {
@@ -123,41 +108,11 @@ Ref<PVTypeRef> valueFromJson(const Json &json, const JsonSource &source, const s
 }
 
 Json jsonFromValue(PVTypeRef value) {
-  PVTypeID type = PVGetTypeID(value);
-  if (type == PVStringGetTypeID()) return textOf(value);
-  if (type == PVBooleanGetTypeID()) return PVBooleanGetValue(static_cast<PVBooleanRef>(value)) != 0;
-  if (type == PVNumberGetTypeID()) {
-    auto number = static_cast<PVNumberRef>(value);
-    if (PVNumberIsFloatType(number)) {
-      double real = 0;
-      PVNumberGetValue(number, kPVNumberFloat64Type, &real);
-      return real;
-    }
-    int64_t integer = 0;
-    PVNumberGetValue(number, kPVNumberSInt64Type, &integer);
-    return integer;
-  }
-  if (type == PVDataGetTypeID()) {
-    auto data = static_cast<PVDataRef>(value);
-    return Json{{"$data",
-                 base64Encode(PVDataGetBytePtr(data), static_cast<size_t>(PVDataGetLength(data)))}};
-  }
-  if (type == PVArrayGetTypeID()) {
-    auto array = static_cast<PVArrayRef>(value);
-    Json json = Json::array();
-    for (PVIndex i = 0; i < PVArrayGetCount(array); ++i) {
-      json.push_back(jsonFromValue(PVArrayGetValueAtIndex(array, i)));
-    }
-    return json;
-  }
-  if (type == PVDictionaryGetTypeID()) {
-    Json json = Json::object();
-    for (const auto &[key, member] : sortedEntries(static_cast<PVDictionaryRef>(value))) {
-      json[key] = jsonFromValue(member);
-    }
-    return json;
-  }
   if (!value) return nullptr;
+  if (auto text = Ref<PVStringRef>::adopt(PVCreateJSONString(value))) {
+    return Json::parse(PVStringGetCStringPtr(text.get()));
+  }
+  // No JSON form (a set, a handle): its description.
   auto description = Ref<PVStringRef>::adopt(PVCopyDescription(value));
   return textOf(description.get());
 }

@@ -235,3 +235,14 @@ PVTypeRef createFromJson(const nlohmann::json &json, std::string &error) noexcep
 }
 
 }  // namespace pv::json
+
+extern "C" PVStringRef PVCreateJSONString(PVTypeRef value) noexcept {
+  nlohmann::json json;
+  std::string ignored;
+  if (!pv::json::toJson(value, json, ignored)) return nullptr;
+  try {
+    return PVStringCreateWithCString(json.dump().c_str());
+  } catch (...) {
+    return nullptr;
+  }
+}

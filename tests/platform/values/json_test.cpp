@@ -86,3 +86,16 @@ TEST(PvJson, JsonWithoutPropertyValueFormIsReportedNotThrown) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(PvJson, PublicTextFormIsCompactSortedAndRefusesWhatHasNone) {
+  auto value = fromJson(json::parse(R"({"b": [1, 2.5], "a": {"$data": "AAE="}, "c": "x"})"));
+  auto text = Ref<PVStringRef>::adopt(PVCreateJSONString(value.get()));
+  EXPECT_EQ(tw::test::textOf(text.get()), R"({"a":{"$data":"AAE="},"b":[1,2.5],"c":"x"})");
+  auto set = Ref<PVSetRef>::adopt(PVSetCreate(nullptr, 0, &kPVTypeSetCallBacks));
+  EXPECT_EQ(PVCreateJSONString(dict({{"set", set.get()}}).get()), nullptr);
+  EXPECT_EQ(PVCreateJSONString(nullptr), nullptr);
+}
+
+}  // namespace
