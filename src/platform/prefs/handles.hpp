@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <new>
+#include <vector>
 
 #include "platform/prefs/error.hpp"
 #include "platform/prefs/session.hpp"
@@ -43,7 +44,7 @@ struct ZNNetworkSet : zn::SessionObject<pv::Kind::NetworkSet> {
 struct ZNNetworkService : zn::SessionObject<pv::Kind::NetworkService> {
   ZNNetworkService(ZNPreferences &session, zn::Service &service)
       : SessionObject(session, service.id), locator_(service, session.epoch) {}
-  zn::Service &model() const { return locator_.locate(prefs(), zn::text(id.get())); }
+  zn::Service &model() const { return locator_.locate(prefs(), id.get()); }
   void changed() const { prefs().serviceChanged(zn::text(id.get())); }
 
  private:
@@ -52,8 +53,10 @@ struct ZNNetworkService : zn::SessionObject<pv::Kind::NetworkService> {
 
 // Named by its service's identifier and its type.
 struct ZNNetworkProtocol : zn::SessionObject<pv::Kind::NetworkProtocol> {
-  ZNNetworkProtocol(ZNPreferences &session, zn::StringRef serviceId, zn::StringRef protocolType)
-      : SessionObject(session, std::move(serviceId)), type(std::move(protocolType)) {}
+  ZNNetworkProtocol(ZNPreferences &session, zn::Service &service, zn::StringRef protocolType)
+      : SessionObject(session, service.id),
+        type(std::move(protocolType)),
+        locator_(service, session.epoch) {}
   bool equals(const PVObject &other) const override {
     return SessionObject::equals(other) &&
            zn::text(type.get()) ==
@@ -117,16 +120,23 @@ inline PVStringRef expectString(PVStringRef s) {
 // dictionary or holds a value the store cannot keep.
 DictionaryRef storableConfiguration(PVDictionaryRef configuration);
 
-// A new array with one new handle per item, each made by `make`.
+// A new array with one new handle per item, each made by `make`. Made in
+// one allocation of the right size: growing it handle by handle would map
+// and unmap a large store's array on every listing.
 template <typename Items, typename Make>
 PVArrayRef createHandleArray(Items &items, Make make) {
-  auto array = pv::Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());
+  std::vector<PVTypeRef> handles;
+  handles.reserve(items.size());
+  struct ReleaseHandles {
+    std::vector<PVTypeRef> &handles;
+    ~ReleaseHandles() {
+      for (PVTypeRef handle : handles) PVRelease(handle);
+    }
+  } release{handles};
+  for (auto &item : items) handles.push_back(make(item));
+  PVArrayRef array = PVArrayCreate(handles.data(), static_cast<PVIndex>(handles.size()));
   if (!array) throw std::bad_alloc();
-  for (auto &item : items) {
-    auto handle = pv::Ref<PVTypeRef>::adopt(make(item));
-    PVArrayAppendValue(array.get(), handle.get());
-  }
-  return array.release();
+  return array;
 }
 
 }  // namespace zn

@@ -59,7 +59,7 @@ struct SessionLayer final : ZNNetworkInterface {
  private:
   std::vector<zn::Layer> &chain() const {
     if (!session_) fail(kZNStatusNoSuchObject);
-    return locator_.locate(*session_, zn::text(serviceId_.get())).body().chain;
+    return locator_.locate(*session_, serviceId_.get()).body().chain;
   }
   zn::Layer &find() const {
     std::vector<zn::Layer> &layers = chain();

@@ -53,15 +53,16 @@ Service::Service(StringRef serviceId, ServiceBody body)
     : id(std::move(serviceId)), body_(std::move(body)) {}
 
 Service::Service(StringRef serviceId, StringRef serviceName, bool isEnabled,
-                 std::string_view encodedBody)
+                 std::string_view encodedBody, Arena &arena)
     : id(std::move(serviceId)),
       name(std::move(serviceName)),
       enabled(isEnabled),
-      encoded_(encodedBody) {}
+      encoded_(encodedBody),
+      arena_(&arena) {}
 
 ServiceBody &Service::body() {
   if (!body_) {
-    body_ = decodeServiceBody(encoded_);
+    body_ = decodeServiceBody(encoded_, *arena_);
     encoded_ = {};
   }
   return *body_;
@@ -82,6 +83,14 @@ std::string_view Arena::keep(std::string_view bytes) {
   std::copy(bytes.begin(), bytes.end(), kept);
   used_ += bytes.size();
   return std::string_view(kept, bytes.size());
+}
+
+StringRef Arena::typeName(std::string_view text) {
+  auto found = typeNames_.find(text);
+  if (found == typeNames_.end()) {
+    found = typeNames_.emplace(std::string(text), storedString(text)).first;
+  }
+  return found->second;
 }
 
 Service &Document::addService(Service service) {

@@ -6,14 +6,18 @@
 // operations, so a value is replaced, never changed in place.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "tarnwick/platform/prefs.h"
@@ -29,6 +33,13 @@ std::string_view text(PVStringRef string);
 StringRef makeString(std::string_view text);
 // An immutable copy of `string` (the string itself when it is immutable).
 StringRef copyString(PVStringRef string);
+
+// Hashes text of any string type alike, so that maps keyed by std::string
+// can be searched with a std::string_view.
+struct TextHash {
+  using is_transparent = void;
+  size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+};
 
 struct Layer {
   StringRef type;
@@ -56,6 +67,12 @@ struct ServiceBody {
 // added), found by identifier, with the positions written and removed since
 // the snapshot. Positions are the table's keys in the database; a new row
 // takes one above every other, so the stored order is the session's order.
+//
+// Rows live apart and are listed in one array of pointers: their addresses
+// never change, and walking them issues independent loads rather than the
+// chain of dependent ones a tree walk makes, which is what listing a large
+// store costs. Taking a row out moves the pointers after it, a small cost
+// next to the commit that follows.
 template <typename T>
 class Rows {
  public:
@@ -63,9 +80,36 @@ class Rows {
     std::string id;
     T value;
   };
+  using Entry = std::pair<const int64_t, Row>;
+
+  template <typename E, typename Slot>
+  class Iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = Entry;
+    using difference_type = std::ptrdiff_t;
+    using pointer = E *;
+    using reference = E &;
+
+    Iterator() = default;
+    explicit Iterator(Slot slot) : slot_(slot) {}
+    E &operator*() const { return **slot_; }
+    E *operator->() const { return slot_->get(); }
+    Iterator &operator++() {
+      ++slot_;
+      return *this;
+    }
+    Iterator operator++(int) { return Iterator(slot_++); }
+    bool operator==(const Iterator &) const = default;
+
+   private:
+    Slot slot_{};
+  };
+  using Slots = std::vector<std::unique_ptr<Entry>>;
+  using iterator = Iterator<Entry, typename Slots::const_iterator>;
+  using const_iterator = Iterator<const Entry, typename Slots::const_iterator>;
 
   Rows() = default;
-  // The index points into the rows: a move keeps them, a copy would not.
   Rows(Rows &&) = default;
   Rows &operator=(Rows &&) = default;
   Rows(const Rows &) = delete;
@@ -77,22 +121,20 @@ class Rows {
   }
   const T *find(std::string_view id) const { return const_cast<Rows *>(this)->find(id); }
 
-  // A row read from the snapshot; false when its identifier or position is
-  // taken already.
+  // A row read from the snapshot, which reads rows in position order; false
+  // when its identifier is taken or its position is not above every other.
   bool load(int64_t position, std::string id, T value) {
-    auto [row, added] = rows_.try_emplace(position, Row{std::move(id), std::move(value)});
-    if (!added) return false;
-    if (index_.try_emplace(row->second.id, row).second) return true;
-    rows_.erase(row);
-    return false;
+    if (!rows_.empty() && position <= rows_.back()->first) return false;
+    if (index_.contains(id)) return false;
+    append(position, std::move(id), std::move(value));
+    return true;
   }
   // A new row at `position`, which must be above every other.
   T &add(int64_t position, std::string id, T value) {
-    auto row = rows_.emplace_hint(rows_.end(), position, Row{std::move(id), std::move(value)});
-    index_.emplace(row->second.id, row);
+    Entry &entry = append(position, std::move(id), std::move(value));
     written_.insert(position);
     added_.insert(position);
-    return row->second.value;
+    return entry.second.value;
   }
   // Marks an existing row for writing.
   void touch(std::string_view id) { written_.insert(index_.at(id)->first); }
@@ -104,23 +146,26 @@ class Rows {
     written_.erase(position);
     // A row added since the snapshot never reached the database.
     if (!added_.erase(position)) removed_.push_back(position);
-    auto row = found->second;
     index_.erase(found);
-    rows_.erase(row);
+    rows_.erase(slotAt(position));
     return true;
   }
 
-  auto begin() const { return rows_.begin(); }
-  auto end() const { return rows_.end(); }
-  auto begin() { return rows_.begin(); }
-  auto end() { return rows_.end(); }
+  iterator begin() { return iterator(rows_.cbegin()); }
+  iterator end() { return iterator(rows_.cend()); }
+  const_iterator begin() const { return const_iterator(rows_.cbegin()); }
+  const_iterator end() const { return const_iterator(rows_.cend()); }
   size_t size() const { return rows_.size(); }
-  int64_t nextPosition() const { return rows_.empty() ? 1 : rows_.rbegin()->first + 1; }
+  int64_t nextPosition() const { return rows_.empty() ? 1 : rows_.back()->first + 1; }
 
   // What a commit writes: rows to insert or replace, positions to delete.
   const std::set<int64_t> &written() const { return written_; }
   const std::vector<int64_t> &removed() const { return removed_; }
-  const Row &at(int64_t position) const { return rows_.at(position); }
+  const Row &at(int64_t position) const {
+    auto slot = slotAt(position);
+    if (slot == rows_.end()) throw std::out_of_range("no row at that position");
+    return (*slot)->second;
+  }
   bool changed() const { return !written_.empty() || !removed_.empty(); }
   void committed() {
     written_.clear();
@@ -129,14 +174,24 @@ class Rows {
   }
 
  private:
-  struct Hash {
-    using is_transparent = void;
-    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
-  };
-  using Map = std::map<int64_t, Row>;
+  Entry &append(int64_t position, std::string id, T value) {
+    // Room first, so that a failure below leaves nothing behind.
+    if (rows_.size() == rows_.capacity()) rows_.reserve(std::max<size_t>(16, rows_.size() * 2));
+    auto entry = std::make_unique<Entry>(position, Row{std::move(id), std::move(value)});
+    index_.emplace(entry->second.id, entry.get());
+    rows_.push_back(std::move(entry));
+    return *rows_.back();
+  }
+  // The slot of the row at `position`, or the end.
+  typename Slots::const_iterator slotAt(int64_t position) const {
+    auto slot = std::lower_bound(
+        rows_.begin(), rows_.end(), position,
+        [](const std::unique_ptr<Entry> &entry, int64_t p) { return entry->first < p; });
+    return slot != rows_.end() && (*slot)->first == position ? slot : rows_.end();
+  }
 
-  Map rows_;
-  std::unordered_map<std::string_view, typename Map::iterator, Hash, std::equal_to<>> index_;
+  Slots rows_;  // in position order
+  std::unordered_map<std::string_view, Entry *, TextHash, std::equal_to<>> index_;
   std::set<int64_t> written_;
   std::set<int64_t> added_;
   std::vector<int64_t> removed_;
@@ -147,8 +202,9 @@ class Service {
   // A new service, its body decoded.
   Service(StringRef id, ServiceBody body);
   // A service of the snapshot: its body stays encoded (in the snapshot's
-  // arena) until first used.
-  Service(StringRef id, StringRef name, bool enabled, std::string_view encodedBody);
+  // arena, which outlives it) until first used.
+  Service(StringRef id, StringRef name, bool enabled, std::string_view encodedBody,
+          class Arena &arena);
 
   // Throws kZNStatusCorruptStore when the stored body does not decode.
   ServiceBody &body();
@@ -167,19 +223,25 @@ class Service {
  private:
   std::optional<ServiceBody> body_;
   std::string_view encoded_;  // the row's bytes until decoded
+  Arena *arena_ = nullptr;    // where they are kept
 };
 
-// Bytes kept for the life of a snapshot, packed into large blocks rather
-// than one allocation each: the encoded service bodies. What it hands out
-// stays where it is.
+// What a snapshot keeps for the life of its services, packed rather than
+// allocated one by one: the encoded service bodies, and one string per
+// distinct type name, which thousands of layers and protocols share and a
+// walk over them then finds in the cache.
 class Arena {
  public:
+  // The bytes, kept where they are.
   std::string_view keep(std::string_view bytes);
+  // kZNStatusCorruptStore when `text` is no stored string.
+  StringRef typeName(std::string_view text);
 
  private:
   std::vector<std::unique_ptr<char[]>> blocks_;
   size_t used_ = 0;
   size_t capacity_ = 0;
+  std::unordered_map<std::string, StringRef, TextHash, std::equal_to<>> typeNames_;
 };
 
 struct Member {};  // a set membership: its identifier is the service's

@@ -37,10 +37,10 @@ const json &arrayAt(const json &object, const char *key) {
   return value;
 }
 
-StringRef typeAt(const json &object) {
+StringRef typeAt(const json &object, Arena &arena) {
   const json &value = member(object, "type");
   if (!value.is_string()) corrupt();
-  return storedString(value.get_ref<const std::string &>());
+  return arena.typeName(value.get_ref<const std::string &>());
 }
 
 DictionaryRef dictionaryAt(const json &value) {
@@ -58,10 +58,10 @@ DictionaryRef optionalDictionary(const json &object, const char *key) {
   return value ? dictionaryAt(*value) : DictionaryRef();
 }
 
-Layer readLayer(const json &value) {
+Layer readLayer(const json &value, Arena &arena) {
   const json &object = objectAt(value);
   Layer layer;
-  layer.type = typeAt(object);
+  layer.type = typeAt(object, arena);
   layer.configuration = optionalDictionary(object, "configuration");
   if (const json *extended = optionalMember(object, "extended")) {
     for (const auto &[entity, configuration] : objectAt(*extended).items()) {
@@ -101,14 +101,16 @@ StringRef storedString(std::string_view text) {
   return string;
 }
 
-ServiceBody decodeServiceBody(std::string_view text) {
+ServiceBody decodeServiceBody(std::string_view text, Arena &arena) {
   json root = json::parse(text.begin(), text.end(), nullptr, false);
   if (root.is_discarded() || !root.is_object()) corrupt();
   ServiceBody body;
-  for (const json &layer : arrayAt(root, "interfaces")) body.chain.push_back(readLayer(layer));
+  for (const json &layer : arrayAt(root, "interfaces"))
+    body.chain.push_back(readLayer(layer, arena));
   for (const json &item : arrayAt(root, "protocols")) {
     const json &protocol = objectAt(item);
-    body.protocols.push_back({typeAt(protocol), optionalDictionary(protocol, "configuration")});
+    body.protocols.push_back(
+        {typeAt(protocol, arena), optionalDictionary(protocol, "configuration")});
   }
   if (!body.isWhole()) corrupt();
   return body;

@@ -16,7 +16,8 @@
 namespace zn {
 
 // Throws kZNStatusCorruptStore when `text` is not a whole service body.
-ServiceBody decodeServiceBody(std::string_view text);
+// Type names come from `arena`.
+ServiceBody decodeServiceBody(std::string_view text, Arena &arena);
 std::string encodeServiceBody(const ServiceBody &body);
 
 // A string read from the store; kZNStatusCorruptStore when it is not UTF-8

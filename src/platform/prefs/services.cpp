@@ -141,20 +141,20 @@ ZNNetworkProtocolRef ZNNetworkServiceCopyProtocol(ZNNetworkServiceRef service,
                                                   PVStringRef protocolType) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
-    zn::Protocol *protocol =
-        handle.model().body().findProtocol(zn::text(zn::expectString(protocolType)));
+    zn::Service &model = handle.model();
+    zn::Protocol *protocol = model.body().findProtocol(zn::text(zn::expectString(protocolType)));
     if (!protocol) fail(kZNStatusNoSuchObject);
-    return new ZNNetworkProtocol(handle.prefs(), handle.id, protocol->type);
+    return new ZNNetworkProtocol(handle.prefs(), model, protocol->type);
   });
 }
 
 PVArrayRef ZNNetworkServiceCopyProtocols(ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
-    return zn::createHandleArray(
-        handle.model().body().protocols, [&](const zn::Protocol &protocol) {
-          return new ZNNetworkProtocol(handle.prefs(), handle.id, protocol.type);
-        });
+    zn::Service &model = handle.model();
+    return zn::createHandleArray(model.body().protocols, [&](const zn::Protocol &protocol) {
+      return new ZNNetworkProtocol(handle.prefs(), model, protocol.type);
+    });
   });
 }
 

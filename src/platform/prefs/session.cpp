@@ -44,7 +44,7 @@ void ZNPreferences::setChanged(std::string_view id) {
 
 zn::Protocol &ZNNetworkProtocol::model() const {
   zn::Protocol *found =
-      locator_.locate(prefs(), zn::text(id.get())).body().findProtocol(zn::text(type.get()));
+      locator_.locate(prefs(), id.get()).body().findProtocol(zn::text(type.get()));
   if (!found) zn::fail(kZNStatusNoSuchObject);
   return *found;
 }

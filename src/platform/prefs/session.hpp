@@ -44,12 +44,8 @@ struct ZNPreferences : pv::PVObject {
  private:
   void releaseLayerHandles() noexcept;
 
-  struct TextHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
-  };
   // By service identifier, then depth; null where none was asked for yet.
-  std::unordered_map<std::string, std::vector<ZNNetworkInterfaceRef>, TextHash, std::equal_to<>>
+  std::unordered_map<std::string, std::vector<ZNNetworkInterfaceRef>, zn::TextHash, std::equal_to<>>
       layers_;
 };
 
@@ -64,9 +60,11 @@ class ServiceLocator {
   // Starts out knowing where the service is.
   ServiceLocator(Service &service, uint64_t epoch) : found_(&service), epoch_(epoch) {}
 
-  Service &locate(ZNPreferences &session, std::string_view id) const {
+  // The identifier's text is read only on a miss: walking many handles then
+  // touches nothing but the services themselves.
+  Service &locate(ZNPreferences &session, PVStringRef id) const {
     if (!found_ || epoch_ != session.epoch) {
-      found_ = &session.service(id);
+      found_ = &session.service(text(id));
       epoch_ = session.epoch;
     }
     return *found_;

@@ -133,7 +133,7 @@ void readServices(Database &db, Document &document) {
     if (bodyType != SQLITE_BLOB && bodyType != SQLITE_TEXT) corrupt();
     std::string key(text(id.get()));
     Service service(std::move(id), optionalString(row, 2), enabled == 1,
-                    document.arena->keep(row.bytes(4)));
+                    document.arena->keep(row.bytes(4)), *document.arena);
     if (!document.services.load(integerAt(row, 0), std::move(key), std::move(service))) {
       corrupt();
     }

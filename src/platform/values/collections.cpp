@@ -172,6 +172,7 @@ PVArrayRef PVArrayCreate(const PVTypeRef *values, PVIndex count) noexcept {
   if (count < 0 || (!values && count > 0)) return nullptr;
   return guarded([&]() -> PVArrayRef {
     auto *a = new PVArray(false);
+    a->items.reserve(static_cast<size_t>(count));
     for (PVIndex i = 0; i < count; ++i) {
       if (values[i]) a->append(values[i]);
     }
