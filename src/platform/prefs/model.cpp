@@ -85,12 +85,14 @@ std::string_view Arena::keep(std::string_view bytes) {
   return std::string_view(kept, bytes.size());
 }
 
-StringRef Arena::typeName(std::string_view text) {
-  auto found = typeNames_.find(text);
-  if (found == typeNames_.end()) {
-    found = typeNames_.emplace(std::string(text), storedString(text)).first;
-  }
-  return found->second;
+PVStringRef Arena::name(std::string_view text) {
+  auto found = names_.find(text);
+  if (found != names_.end()) return found->second.get();
+  auto string = StringRef::adopt(
+      PVStringCreateWithBytes(reinterpret_cast<const uint8_t *>(text.data()),
+                              static_cast<PVIndex>(text.size()), kPVStringEncodingUTF8));
+  if (!string) return nullptr;
+  return names_.emplace(std::string(text), std::move(string)).first->second.get();
 }
 
 Service &Document::addService(Service service) {

@@ -228,20 +228,21 @@ class Service {
 
 // What a snapshot keeps for the life of its services, packed rather than
 // allocated one by one: the encoded service bodies, and one string per
-// distinct type name, which thousands of layers and protocols share and a
-// walk over them then finds in the cache.
+// distinct name (layer and protocol types, configuration keys), which
+// thousands of services share and a walk over them then finds in the cache.
 class Arena {
  public:
   // The bytes, kept where they are.
   std::string_view keep(std::string_view bytes);
-  // kZNStatusCorruptStore when `text` is no stored string.
-  StringRef typeName(std::string_view text);
+  // The one string for `text`, borrowed; null when `text` cannot be a
+  // stored string.
+  PVStringRef name(std::string_view text);
 
  private:
   std::vector<std::unique_ptr<char[]>> blocks_;
   size_t used_ = 0;
   size_t capacity_ = 0;
-  std::unordered_map<std::string, StringRef, TextHash, std::equal_to<>> typeNames_;
+  std::unordered_map<std::string, StringRef, TextHash, std::equal_to<>> names_;
 };
 
 struct Member {};  // a set membership: its identifier is the service's

@@ -40,32 +40,35 @@ const json &arrayAt(const json &object, const char *key) {
 StringRef typeAt(const json &object, Arena &arena) {
   const json &value = member(object, "type");
   if (!value.is_string()) corrupt();
-  return arena.typeName(value.get_ref<const std::string &>());
+  PVStringRef type = arena.name(value.get_ref<const std::string &>());
+  if (!type) corrupt();
+  return StringRef::retain(type);
 }
 
-DictionaryRef dictionaryAt(const json &value) {
+DictionaryRef dictionaryAt(const json &value, Arena &arena) {
   if (!value.is_object()) corrupt();
   std::string ignored;
-  auto dictionary =
-      DictionaryRef::adopt(static_cast<PVDictionaryRef>(pv::json::createFromJson(value, ignored)));
+  auto keys = [&](std::string_view key) { return arena.name(key); };
+  auto dictionary = DictionaryRef::adopt(
+      static_cast<PVDictionaryRef>(pv::json::createFromJson(value, ignored, keys)));
   // {"$data": ...} converts to data, which is no configuration either.
   if (!dictionary || PVGetTypeID(dictionary.get()) != PVDictionaryGetTypeID()) corrupt();
   return dictionary;
 }
 
-DictionaryRef optionalDictionary(const json &object, const char *key) {
+DictionaryRef optionalDictionary(const json &object, const char *key, Arena &arena) {
   const json *value = optionalMember(object, key);
-  return value ? dictionaryAt(*value) : DictionaryRef();
+  return value ? dictionaryAt(*value, arena) : DictionaryRef();
 }
 
 Layer readLayer(const json &value, Arena &arena) {
   const json &object = objectAt(value);
   Layer layer;
   layer.type = typeAt(object, arena);
-  layer.configuration = optionalDictionary(object, "configuration");
+  layer.configuration = optionalDictionary(object, "configuration", arena);
   if (const json *extended = optionalMember(object, "extended")) {
     for (const auto &[entity, configuration] : objectAt(*extended).items()) {
-      layer.extended.emplace(entity, dictionaryAt(configuration));
+      layer.extended.emplace(entity, dictionaryAt(configuration, arena));
     }
   }
   return layer;
@@ -110,7 +113,7 @@ ServiceBody decodeServiceBody(std::string_view text, Arena &arena) {
   for (const json &item : arrayAt(root, "protocols")) {
     const json &protocol = objectAt(item);
     body.protocols.push_back(
-        {typeAt(protocol, arena), optionalDictionary(protocol, "configuration")});
+        {typeAt(protocol, arena), optionalDictionary(protocol, "configuration", arena)});
   }
   if (!body.isWhole()) corrupt();
   return body;

@@ -130,9 +130,9 @@ json toJsonAt(PVTypeRef value, int depth) {
   throw Unconvertible{"a value of this kind cannot be stored"};
 }
 
-PVTypeRef fromJsonAt(const json &value, int depth);
+PVTypeRef fromJsonAt(const json &value, int depth, const KeyStrings &keys);
 
-PVTypeRef dictionaryFromJson(const json &object, int depth) {
+PVTypeRef dictionaryFromJson(const json &object, int depth, const KeyStrings &keys) {
   if (object.size() == 1 && object.contains(kDataKey)) {
     const json &encoded = object.at(kDataKey);
     if (!encoded.is_string()) throw Unconvertible{"a \"$data\" value is not a string"};
@@ -141,18 +141,19 @@ PVTypeRef dictionaryFromJson(const json &object, int depth) {
   }
   auto out = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
   for (const auto &[key, member] : object.items()) {
-    auto k = Ref<PVStringRef>::adopt(
-        PVStringCreateWithBytes(reinterpret_cast<const uint8_t *>(key.data()),
-                                static_cast<PVIndex>(key.size()), kPVStringEncodingUTF8));
+    auto k = keys ? Ref<PVStringRef>::retain(keys(key))
+                  : Ref<PVStringRef>::adopt(PVStringCreateWithBytes(
+                        reinterpret_cast<const uint8_t *>(key.data()),
+                        static_cast<PVIndex>(key.size()), kPVStringEncodingUTF8));
     if (!k) throw Unconvertible{"a dictionary key is not valid UTF-8"};
-    auto v = Ref<PVTypeRef>::adopt(fromJsonAt(member, depth + 1));
+    auto v = Ref<PVTypeRef>::adopt(fromJsonAt(member, depth + 1, keys));
     if (!out) throw std::bad_alloc();
     PVDictionarySetValue(out.get(), k.get(), v.get());
   }
   return out.release();
 }
 
-PVTypeRef fromJsonAt(const json &value, int depth) {
+PVTypeRef fromJsonAt(const json &value, int depth, const KeyStrings &keys) {
   if (depth > kMaxDepth) throw Unconvertible{"values are nested too deeply"};
   PVTypeRef out = nullptr;
   switch (value.type()) {
@@ -185,13 +186,13 @@ PVTypeRef fromJsonAt(const json &value, int depth) {
       auto array = Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());
       if (!array) throw std::bad_alloc();
       for (const json &item : value) {
-        auto v = Ref<PVTypeRef>::adopt(fromJsonAt(item, depth + 1));
+        auto v = Ref<PVTypeRef>::adopt(fromJsonAt(item, depth + 1, keys));
         PVArrayAppendValue(array.get(), v.get());
       }
       return array.release();
     }
     case json::value_t::object:
-      out = dictionaryFromJson(value, depth);
+      out = dictionaryFromJson(value, depth, keys);
       break;
     default:
       throw Unconvertible{"a JSON value of this kind has no property value"};
@@ -223,9 +224,10 @@ bool toJson(PVTypeRef value, nlohmann::json &out, std::string &error) noexcept {
   return false;
 }
 
-PVTypeRef createFromJson(const nlohmann::json &json, std::string &error) noexcept {
+PVTypeRef createFromJson(const nlohmann::json &json, std::string &error,
+                         const KeyStrings &keys) noexcept {
   try {
-    return fromJsonAt(json, 0);
+    return fromJsonAt(json, 0, keys);
   } catch (const Unconvertible &failure) {
     report(error, failure.reason);
   } catch (...) {

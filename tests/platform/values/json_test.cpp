@@ -85,6 +85,34 @@ TEST(PvJson, JsonWithoutPropertyValueFormIsReportedNotThrown) {
   EXPECT_EQ(PVGetTypeID(plain.get()), PVDictionaryGetTypeID());
 }
 
+// Keys from a caller's strings are those very objects, at every depth; a key
+// it refuses fails the whole conversion.
+TEST(PvJson, DictionaryKeysComeFromTheCallersStringsWhenGiven) {
+  auto shared = text("key");
+  int asked = 0;
+  pv::json::KeyStrings keys = [&](std::string_view key) -> PVStringRef {
+    ++asked;
+    return key == "key" ? shared.get() : nullptr;
+  };
+  std::string error;
+  auto value = Ref<PVTypeRef>::adopt(
+      pv::json::createFromJson(json::parse(R"({"key": [{"key": 1}]})"), error, keys));
+  ASSERT_TRUE(value);
+  EXPECT_EQ(asked, 2);
+  auto outer = static_cast<PVDictionaryRef>(value.get());
+  const void *outerKey = nullptr;
+  PVDictionaryGetKeysAndValues(outer, &outerKey, nullptr);
+  EXPECT_EQ(outerKey, shared.get());
+  auto list = static_cast<PVArrayRef>(PVDictionaryGetValue(outer, shared.get()));
+  auto inner = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(list, 0));
+  const void *innerKey = nullptr;
+  PVDictionaryGetKeysAndValues(inner, &innerKey, nullptr);
+  EXPECT_EQ(innerKey, shared.get());
+
+  EXPECT_FALSE(pv::json::createFromJson(json::parse(R"({"other": 1})"), error, keys));
+  EXPECT_FALSE(error.empty());
+}
+
 }  // namespace
 
 namespace {
