@@ -75,20 +75,20 @@ bool format(std::string &out, const char *fmt, va_list args) {
       }
       continue;
     }
-    std::string spec(start, p);
+    std::string conversion(start, p);
     va_list copy;
     va_copy(copy, args);
-    int n = vsnprintf(nullptr, 0, spec.c_str(), copy);
+    int n = vsnprintf(nullptr, 0, conversion.c_str(), copy);
     va_end(copy);
     if (n < 0) return false;
     std::string piece(static_cast<size_t>(n) + 1, '\0');
     va_copy(copy, args);
-    vsnprintf(piece.data(), piece.size(), spec.c_str(), copy);
+    vsnprintf(piece.data(), piece.size(), conversion.c_str(), copy);
     va_end(copy);
     piece.resize(static_cast<size_t>(n));
     out += piece;
     // Advance the caller's list past the consumed argument(s).
-    for (char c : spec) {
+    for (char c : conversion) {
       if (c == '*') (void)va_arg(args, int);
     }
     switch (conv) {
@@ -100,11 +100,12 @@ bool format(std::string &out, const char *fmt, va_list args) {
       case 'o':
       case 'c':
         // L and q are glibc's synonyms of ll with integer conversions.
-        if (spec.find("ll") != std::string::npos ||
-            spec.find_first_of("Lqj") != std::string::npos) {
+        if (conversion.find("ll") != std::string::npos ||
+            conversion.find_first_of("Lqj") != std::string::npos) {
           (void)va_arg(args, long long);
-        } else if (spec.find('l') != std::string::npos || spec.find('z') != std::string::npos ||
-                   spec.find('t') != std::string::npos) {
+        } else if (conversion.find('l') != std::string::npos ||
+                   conversion.find('z') != std::string::npos ||
+                   conversion.find('t') != std::string::npos) {
           (void)va_arg(args, long);
         } else {
           (void)va_arg(args, int);
@@ -118,7 +119,7 @@ bool format(std::string &out, const char *fmt, va_list args) {
       case 'G':
       case 'a':
       case 'A':
-        if (spec.find('L') != std::string::npos) {
+        if (conversion.find('L') != std::string::npos) {
           (void)va_arg(args, long double);
         } else {
           (void)va_arg(args, double);
