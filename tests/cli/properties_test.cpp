@@ -8,9 +8,16 @@ namespace {
 using Properties = CliTest;
 using nlohmann::json;
 
-struct PropertyCase {
+// A service that an example payload installs.
+struct Example {
   const char *payload;
   const char *service;
+};
+const Example kL2TP = {"l2tp.json", "Harbour Office (L2TP)"};
+const Example kVendor = {"vendor-vpn.json", "Tidewater Secure Access"};
+
+struct PropertyCase {
+  Example example;
   std::vector<std::string> setArguments;  // after "set SERVICE"
   const char *where;                      // JSON pointer into `show --json`
   json expected;
@@ -18,47 +25,36 @@ struct PropertyCase {
 
 TEST_F(Properties, SetKeysLandInTheirLayerOrProtocolAndReadBack) {
   const PropertyCase cases[] = {
-      {"l2tp.json",
-       "Harbour Office (L2TP)",
-       {"LCPEchoInterval", "60"},
-       "/layers/0/configuration/LCPEchoInterval",
-       60},
-      {"l2tp.json",
-       "Harbour Office (L2TP)",
-       {"XAuthName", "\"alice\""},
-       "/layers/0/extended/IPSec/XAuthName",
-       "alice"},
-      {"l2tp.json",
-       "Harbour Office (L2TP)",
+      {kL2TP, {"LCPEchoInterval", "60"}, "/layers/0/configuration/LCPEchoInterval", 60},
+      {kL2TP, {"XAuthName", "\"alice\""}, "/layers/0/extended/IPSec/XAuthName", "alice"},
+      {kL2TP,
        {"HTTPProxy", "proxy.example.com"},
        "/protocols/Proxies/HTTPProxy",
        "proxy.example.com"},
-      {"l2tp.json",
-       "Harbour Office (L2TP)",
+      {kL2TP,
        {"Note", "{\"$data\": \"AAE=\"}", "--protocol", "IPv4"},
        "/protocols/IPv4/Note",
        {{"$data", "AAE="}}},
       // The VPN layer's key of the shared text, on a vendor VPN service.
-      {"vendor-vpn.json",
-       "Tidewater Secure Access",
+      {kVendor,
        {"OnDemandMatchDomainsNever", "[]"},
        "/layers/0/configuration/OnDemandMatchDomainsNever",
        json::array()},
-      {"vendor-vpn.json",
-       "Tidewater Secure Access",
+      {kVendor,
        {"Realm", "guests", "--type", "com.example.tidewater.vpn"},
        "/layers/1/configuration/Realm",
        "guests"},
   };
   for (const PropertyCase &property : cases) {
-    ASSERT_EQ(tool({"install", example(property.payload)}).exitCode, 0);
-    std::vector<std::string> set = {"set", property.service};
+    const char *service = property.example.service;
+    ASSERT_EQ(tool({"install", example(property.example.payload)}).exitCode, 0);
+    std::vector<std::string> set = {"set", service};
     set.insert(set.end(), property.setArguments.begin(), property.setArguments.end());
     ToolResult result = tool(set);
     ASSERT_EQ(result.exitCode, 0) << property.setArguments[0] << ": " << result.err;
-    json shown = tool({"--json", "show", property.service}).json();
+    json shown = tool({"--json", "show", service}).json();
     EXPECT_EQ(shown[json::json_pointer(property.where)], property.expected) << property.where;
-    std::vector<std::string> get = {"--json", "get", property.service};
+    std::vector<std::string> get = {"--json", "get", service};
     get.insert(get.end(), property.setArguments.begin(), property.setArguments.end());
     get.erase(get.begin() + 4);  // the value
     EXPECT_EQ(json::parse(tool(get).out), property.expected) << property.where;

@@ -32,14 +32,6 @@ class CofferItemLayer : public StoreTest {
         JXCofferSetValue(service.get(), account.get(), nullptr, description.get(), v.get()));
     EXPECT_FALSE(result);  // this Coffer's add hands back nothing without a return key
   }
-  void addRawItem(PVStringRef itemService, const std::string &data, PVStringRef accessible) {
-    auto d = bytes(data);
-    auto attributes = dict({{kVltClass, kVltClassGenericPassword},
-                            {kVltAttrService, itemService},
-                            {kVltValueData, d},
-                            {kVltAttrAccessible, accessible}});
-    ASSERT_EQ(VltItemAdd(attributes.get(), nullptr), kVltSuccess);
-  }
   Ref<PVArrayRef> importContainer(const std::string &container, const char *passphrase) {
     auto data = bytes(container);
     auto pass = text(passphrase);
@@ -103,7 +95,8 @@ TEST_F(CofferItemLayer, EqualValueMakesNoWriteAndAChangedOneKeepsAccessibility) 
   EXPECT_EQ(copyValue(account.get()), "Secret");
 
   auto other = text("made-elsewhere");
-  addRawItem(other.get(), "old", kVltAttrAccessibleWhenUnlocked);
+  ASSERT_EQ(addCofferPassword("made-elsewhere", "old", nullptr, kVltAttrAccessibleWhenUnlocked),
+            kVltSuccess);
   EXPECT_EQ(JXCofferSetValue(other.get(), nullptr, nullptr, nullptr, text("new").get()), nullptr);
   EXPECT_EQ(cofferItem("made-elsewhere"), "-|-|-|when-unlocked|new");
 }
@@ -136,7 +129,8 @@ TEST_F(CofferItemLayer, FailedLookupsReadAsNoSecretAndFailedWritesAreIgnored) {
 }
 
 TEST_F(CofferItemLayer, SecretThatIsNotTextReadsAsNoneAndIsNotReplaced) {
-  addRawItem(service.get(), std::string("\xff\xfe", 2), kVltAttrAccessibleWhenUnlocked);
+  ASSERT_EQ(addCofferPassword("svc-1.XAUTH", "\xff\xfe", nullptr, kVltAttrAccessibleWhenUnlocked),
+            kVltSuccess);
   EXPECT_EQ(copyValue(text("").get()), "(null)");
   // The setter takes it for a missing item, adds, and the add is a duplicate.
   EXPECT_EQ(JXCofferSetValue(service.get(), nullptr, nullptr, nullptr, text("text").get()),

@@ -23,13 +23,7 @@ const Kind kEveryKind[] = {{Chain::IPSec, kZNPropNetIPSecXAuthName},
 // A stored item and its persistent reference.
 Ref<PVDataRef> storeItem(const char *service) {
   PVTypeRef reference = nullptr;
-  EXPECT_EQ(VltItemAdd(dict({{kVltClass, kVltClassGenericPassword},
-                             {kVltAttrService, service},
-                             {kVltValueData, bytes("x")},
-                             {kVltReturnPersistentRef, kPVBooleanTrue}})
-                           .get(),
-                       &reference),
-            kVltSuccess);
+  EXPECT_EQ(addCofferPassword(service, "x", nullptr, nullptr, &reference), kVltSuccess);
   return Ref<PVDataRef>::adopt(static_cast<PVDataRef>(reference));
 }
 

@@ -132,6 +132,21 @@ std::string cofferItem(const std::string &service) {
   return text + bytesOf(PVDictionaryGetValue(item.get(), kVltValueData));
 }
 
+VltStatus addCofferPassword(const std::string &service, const std::string &secret,
+                            const char *account, PVStringRef accessible, PVTypeRef *reference) {
+  auto attributes = Ref<PVMutableDictionaryRef>::adopt(
+      PVDictionaryCreateMutableCopy(dict({{kVltClass, kVltClassGenericPassword},
+                                          {kVltAttrService, service.c_str()},
+                                          {kVltValueData, bytes(secret)}})
+                                        .get()));
+  if (reference) PVDictionarySetValue(attributes.get(), kVltReturnPersistentRef, kPVBooleanTrue);
+  if (account) PVDictionarySetValue(attributes.get(), kVltAttrAccount, text(account).get());
+  if (accessible) PVDictionarySetValue(attributes.get(), kVltAttrAccessible, accessible);
+  return VltItemAdd(attributes.get(), reference);
+}
+
+bool hasCofferItem(const std::string &service) { return cofferItem(service) != "(none)"; }
+
 std::string textOf(PVTypeRef string) {
   if (!string) return "(null)";
   if (PVGetTypeID(string) != PVStringGetTypeID()) return "(not a string)";

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "tarnwick/platform/coffer.h"
 #include "tarnwick/platform/prefs.h"
 #include "tarnwick/platform/ref.hpp"
 #include "tarnwick/platform/values.h"
@@ -85,6 +86,13 @@ std::string chainTypes(ZNNetworkServiceRef service);
 // "account|description|label|accessibility|secret", "-" for a missing
 // attribute; "(none)" without such an item.
 std::string cofferItem(const std::string &service);
+// Adds a generic password for `service` straight to the Coffer, with the
+// account and accessibility when given; `reference`, when given, receives
+// its persistent reference (Create rule).
+VltStatus addCofferPassword(const std::string &service, const std::string &secret = "secret",
+                            const char *account = nullptr, PVStringRef accessible = nullptr,
+                            PVTypeRef *reference = nullptr);
+bool hasCofferItem(const std::string &service);
 
 // The text of a string, or "(null)", or "(not a string)".
 std::string textOf(PVTypeRef string);

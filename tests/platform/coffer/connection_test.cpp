@@ -17,22 +17,9 @@
 
 namespace {
 
-using tw::test::bytes;
-using tw::test::dict;
+using tw::test::addCofferPassword;
+using tw::test::hasCofferItem;
 using tw::test::runInChildProcess;
-
-VltStatus addPassword(const std::string &service) {
-  return VltItemAdd(dict({{kVltClass, kVltClassGenericPassword},
-                          {kVltAttrService, service.c_str()},
-                          {kVltValueData, bytes("secret").get()}})
-                        .get(),
-                    nullptr);
-}
-
-bool hasPassword(const std::string &service) {
-  return VltItemCopyMatching(dict({{kVltAttrService, service.c_str()}}).get(), nullptr) ==
-         kVltSuccess;
-}
 
 // How many of this process's descriptors are open on the file at `path`.
 int descriptorsOpenOn(const std::string &path) {
@@ -76,7 +63,7 @@ int runWritersAtOnce(int processes, int adds) {
       char ignored;
       (void)!read(gate[0], &ignored, 1);  // returns when the parent closes its end
       int failed = 0;
-      for (int i = 0; i < adds; ++i) failed += addPassword(serviceName(w, i)) != kVltSuccess;
+      for (int i = 0; i < adds; ++i) failed += addCofferPassword(serviceName(w, i)) != kVltSuccess;
       _exit(failed > 250 ? 250 : failed);
     }
     if (pid > 0) writers.push_back(pid);
@@ -105,7 +92,7 @@ TEST_F(CofferConnection, WritersInSeveralProcessesNeverFailOneAnother) {
     ASSERT_GE(roundFailed, 0) << "a writer could not be started";
     failed += roundFailed;
     for (int w = 0; w < size.processes; ++w) {
-      for (int i = 0; i < size.adds; ++i) missing += !hasPassword(serviceName(w, i));
+      for (int i = 0; i < size.adds; ++i) missing += !hasCofferItem(serviceName(w, i));
     }
   }
   std::printf("contention: %d processes x %d adds x %d rounds: %d failed adds, %d items missing\n",
@@ -116,16 +103,16 @@ TEST_F(CofferConnection, WritersInSeveralProcessesNeverFailOneAnother) {
 
 TEST_F(CofferConnection, IsKeptOpenAndAChildLeavesItsParentsAloneForItsOwn) {
   const std::string database = storeDir() + "/coffer.db";
-  ASSERT_EQ(addPassword("parent"), kVltSuccess);
-  ASSERT_TRUE(hasPassword("parent"));
+  ASSERT_EQ(addCofferPassword("parent"), kVltSuccess);
+  ASSERT_TRUE(hasCofferItem("parent"));
   EXPECT_EQ(descriptorsOpenOn(database), 1);
   EXPECT_EQ(runInChildProcess([&] {
-              return hasPassword("parent") && addPassword("child") == kVltSuccess &&
+              return hasCofferItem("parent") && addCofferPassword("child") == kVltSuccess &&
                      descriptorsOpenOn(database) == 2;  // the inherited one, untouched, and its own
             }),
             0);
-  EXPECT_TRUE(hasPassword("child"));
-  EXPECT_EQ(addPassword("child"), kVltErrorDuplicateItem);
+  EXPECT_TRUE(hasCofferItem("child"));
+  EXPECT_EQ(addCofferPassword("child"), kVltErrorDuplicateItem);
   EXPECT_EQ(descriptorsOpenOn(database), 1);
 }
 
@@ -136,8 +123,8 @@ TEST_F(CofferConnection, ThreadsOfOneProcessShareItSafely) {
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([t, &failed] {
       for (int i = 0; i < kAddsEach; ++i) {
-        failed[t] +=
-            addPassword(serviceName(t, i)) != kVltSuccess || !hasPassword(serviceName(t, i));
+        failed[t] += addCofferPassword(serviceName(t, i)) != kVltSuccess ||
+                     !hasCofferItem(serviceName(t, i));
       }
     });
   }
@@ -146,11 +133,11 @@ TEST_F(CofferConnection, ThreadsOfOneProcessShareItSafely) {
 }
 
 TEST_F(CofferConnection, StoreFileReplacedUnderItIsOpenedAnew) {
-  ASSERT_EQ(addPassword("before"), kVltSuccess);
+  ASSERT_EQ(addCofferPassword("before"), kVltSuccess);
   std::filesystem::remove(storeDir() + "/coffer.db");
-  EXPECT_EQ(runInChildProcess([] { return addPassword("after") == kVltSuccess; }), 0);
-  EXPECT_TRUE(hasPassword("after"));
-  EXPECT_FALSE(hasPassword("before"));
+  EXPECT_EQ(runInChildProcess([] { return addCofferPassword("after") == kVltSuccess; }), 0);
+  EXPECT_TRUE(hasCofferItem("after"));
+  EXPECT_FALSE(hasCofferItem("before"));
 }
 
 }  // namespace

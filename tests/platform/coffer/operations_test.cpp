@@ -21,16 +21,9 @@ class CofferItems : public tw::test::StoreTest {
   // Adds a generic password; returns its persistent reference.
   Ref<PVTypeRef> addPassword(const char *service, const char *account, const std::string &secret,
                              PVStringRef accessible = nullptr) {
-    auto attributes = Ref<PVMutableDictionaryRef>::adopt(
-        PVDictionaryCreateMutableCopy(dict({{kVltClass, kVltClassGenericPassword},
-                                            {kVltAttrService, service},
-                                            {kVltValueData, bytes(secret).get()},
-                                            {kVltReturnPersistentRef, kPVBooleanTrue}})
-                                          .get()));
-    if (account) PVDictionarySetValue(attributes.get(), kVltAttrAccount, text(account).get());
-    if (accessible) PVDictionarySetValue(attributes.get(), kVltAttrAccessible, accessible);
     PVTypeRef reference = nullptr;
-    EXPECT_EQ(VltItemAdd(attributes.get(), &reference), kVltSuccess);
+    EXPECT_EQ(tw::test::addCofferPassword(service, secret, account, accessible, &reference),
+              kVltSuccess);
     return Ref<PVTypeRef>::adopt(reference);
   }
 

@@ -52,28 +52,24 @@ class CofferImport : public tw::test::StoreTest {
   const tw::test::Pkcs12Fixtures &f = tw::test::pkcs12Fixtures();
 };
 
-TEST_F(CofferImport, ChainIsOrderedLeafFirstThenEachIssuerByName) {
-  Ref<PVArrayRef> items;
-  ASSERT_EQ(import(f.chainContainer, f.passphrase.c_str(), items), kVltSuccess);
-  ASSERT_EQ(PVArrayGetCount(items.get()), 1);
-  EXPECT_EQ(identityCertificate(items.get(), 0), f.leafCertificate);
-  EXPECT_EQ(chainOf(items.get(), 0),
-            (std::vector{f.leafCertificate, f.intermediateCertificate, f.caCertificate}));
-}
-
-TEST_F(CofferImport, EachIdentityOfAContainerIsOneItemWithItsOwnChain) {
-  Ref<PVArrayRef> items;
-  ASSERT_EQ(import(f.twoIdentityContainer, f.passphrase.c_str(), items), kVltSuccess);
-  ASSERT_EQ(PVArrayGetCount(items.get()), 2);
-  EXPECT_EQ(identityCertificate(items.get(), 0), f.leafCertificate);
-  EXPECT_EQ(chainOf(items.get(), 0),
-            (std::vector{f.leafCertificate, f.intermediateCertificate, f.caCertificate}));
-  EXPECT_EQ(identityCertificate(items.get(), 1), f.secondLeafCertificate);
-  EXPECT_EQ(chainOf(items.get(), 1), (std::vector{f.secondLeafCertificate, f.caCertificate}));
-
-  ASSERT_EQ(import(f.leafOnlyContainer, f.passphrase.c_str(), items), kVltSuccess);
-  ASSERT_EQ(PVArrayGetCount(items.get()), 1);
-  EXPECT_EQ(chainOf(items.get(), 0), (std::vector{f.leafCertificate}));
+// Each identity is one item: its certificate, then the chain leaf first and
+// each issuer by name.
+TEST_F(CofferImport, EachIdentityIsOneItemWithItsChainOrderedLeafFirstThenByIssuer) {
+  using Chain = std::vector<std::string>;
+  const Chain full = {f.leafCertificate, f.intermediateCertificate, f.caCertificate};
+  const std::pair<const std::string &, std::vector<Chain>> containers[] = {
+      {f.chainContainer, {full}},
+      {f.twoIdentityContainer, {full, {f.secondLeafCertificate, f.caCertificate}}},
+      {f.leafOnlyContainer, {{f.leafCertificate}}}};
+  for (const auto &[container, chains] : containers) {
+    Ref<PVArrayRef> items;
+    ASSERT_EQ(import(container, f.passphrase.c_str(), items), kVltSuccess);
+    ASSERT_EQ(PVArrayGetCount(items.get()), static_cast<PVIndex>(chains.size()));
+    for (PVIndex i = 0; i < PVArrayGetCount(items.get()); ++i) {
+      EXPECT_EQ(identityCertificate(items.get(), i), chains[i][0]);
+      EXPECT_EQ(chainOf(items.get(), i), chains[i]);
+    }
+  }
 }
 
 TEST_F(CofferImport, BadInputsFailWithTheirOwnStatusAndHandBackNothing) {

@@ -11,14 +11,14 @@
 #include "support/test_support.hpp"
 #include "tarnwick/platform/coffer.h"
 #include "tarnwick/platform/prefs.h"
-#include "tarnwick/platform/ref.hpp"
 
 namespace {
 
+using tw::test::addCofferPassword;
 using tw::test::bytes;
 using tw::test::dict;
 using tw::test::fileBytes;
-using tw::test::Ref;
+using tw::test::hasCofferItem;
 
 mode_t modeOf(const std::string &path) {
   struct stat info {};
@@ -28,26 +28,13 @@ mode_t modeOf(const std::string &path) {
 class CofferStore : public tw::test::StoreTest {
  protected:
   std::string dbPath() const { return storeDir() + "/coffer.db"; }
-
-  VltStatus addPassword(const char *service, const char *secret, PVTypeRef *reference) {
-    return VltItemAdd(dict({{kVltClass, kVltClassGenericPassword},
-                            {kVltAttrService, service},
-                            {kVltValueData, bytes(secret).get()},
-                            {kVltReturnPersistentRef, kPVBooleanTrue}})
-                          .get(),
-                      reference);
-  }
-
-  bool hasPassword(const char *service) {
-    return VltItemCopyMatching(dict({{kVltAttrService, service}}).get(), nullptr) == kVltSuccess;
-  }
 };
 
 TEST_F(CofferStore, CreatesItsDirectoryAndFilePrivateToTheUser) {
   std::string nested = storeDir() + "/new/store";
   ZNStoreSetDirectory(nested.c_str());
   mode_t previous = umask(0);  // even a permissive umask must not widen them
-  VltStatus status = addPassword("svc", "secret", nullptr);
+  VltStatus status = addCofferPassword("svc");
   umask(previous);
   ASSERT_EQ(status, kVltSuccess);
   EXPECT_EQ(modeOf(storeDir() + "/new"), 0700u);
@@ -66,7 +53,7 @@ TEST_F(CofferStore, DamagedFileFailsEveryOperationAndIsLeftAsItWas) {
     { std::ofstream(dbPath(), std::ios::binary | std::ios::trunc) << content; }
     auto query = dict({{kVltAttrService, "svc"}});
     PVTypeRef result = nullptr;
-    EXPECT_EQ(addPassword("svc", "secret", &result), kVltErrorStore);
+    EXPECT_EQ(addCofferPassword("svc", "secret", nullptr, nullptr, &result), kVltErrorStore);
     EXPECT_EQ(VltItemCopyMatching(query.get(), &result), kVltErrorStore);
     EXPECT_EQ(VltItemUpdate(query.get(), dict({{kVltValueData, bytes("x").get()}}).get()),
               kVltErrorStore);
@@ -85,18 +72,18 @@ TEST_F(CofferStore, ForeignDatabaseIsRefusedAndUntouched) {
   sqlite3_close(db);
   std::string before = fileBytes(dbPath());
 
-  EXPECT_EQ(addPassword("svc", "secret", nullptr), kVltErrorStore);
-  EXPECT_FALSE(hasPassword("svc"));
+  EXPECT_EQ(addCofferPassword("svc"), kVltErrorStore);
+  EXPECT_FALSE(hasCofferItem("svc"));
   EXPECT_EQ(fileBytes(dbPath()), before);
 }
 
 TEST_F(CofferStore, ItemsFollowTheStoreDirectory) {
-  ASSERT_EQ(addPassword("svc", "secret", nullptr), kVltSuccess);
+  ASSERT_EQ(addCofferPassword("svc"), kVltSuccess);
   std::string other = storeDir() + "/other";
   ZNStoreSetDirectory(other.c_str());
-  EXPECT_FALSE(hasPassword("svc"));
+  EXPECT_FALSE(hasCofferItem("svc"));
   ZNStoreSetDirectory(storeDir().c_str());
-  EXPECT_TRUE(hasPassword("svc"));
+  EXPECT_TRUE(hasCofferItem("svc"));
 }
 
 }  // namespace

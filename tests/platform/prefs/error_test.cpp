@@ -8,25 +8,24 @@
 namespace tw::test {
 namespace {
 
-using PreferencesError = StoreTest;
+using PreferencesError = ServiceTest;
 
 TEST_F(PreferencesError, LastErrorIsKeptPerThreadLeftAloneBySuccessAndSetByAPlannedFailure) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  EXPECT_FALSE(ZNPreferencesUnlock(prefs.get()));
+  EXPECT_FALSE(ZNPreferencesUnlock(prefs_.get()));
   EXPECT_EQ(ZNError(), kZNStatusNotLocked);
-  ASSERT_TRUE(ZNPreferencesLock(prefs.get(), false));
+  ASSERT_TRUE(ZNPreferencesLock(prefs_.get(), false));
   EXPECT_EQ(ZNError(), kZNStatusNotLocked);  // success leaves it
   int otherThread = -1;
   std::thread([&] { otherThread = ZNError(); }).join();
   EXPECT_EQ(otherThread, kZNStatusOK);
-  EXPECT_EQ(ZNNetworkServiceCreate(prefs.get(), nullptr), nullptr);
+  EXPECT_EQ(ZNNetworkServiceCreate(prefs_.get(), nullptr), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
-  EXPECT_FALSE(ZNNetworkServiceSetName(reinterpret_cast<ZNNetworkServiceRef>(prefs.get()),
+  EXPECT_FALSE(ZNNetworkServiceSetName(reinterpret_cast<ZNNetworkServiceRef>(prefs_.get()),
                                        text("wrong handle kind").get()));
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
 
   // A planned failure, once: a getter gives null, a setter changes nothing.
-  auto service = createService(prefs.get(), Chain::L2TP, "Planned");
+  auto service = createService(prefs_.get(), Chain::L2TP, "Planned");
   PTFailNthCall("ZNNetworkServiceGetName", 1);
   EXPECT_EQ(ZNNetworkServiceGetName(service.get()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusInjected);

@@ -5,16 +5,15 @@
 namespace tw::test {
 namespace {
 
-using NetworkInterface = StoreTest;
+using NetworkInterface = ServiceTest;
 
 TEST_F(NetworkInterface, ServicesKeepTheChainTheyWereCreatedOn) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   const std::pair<Chain, const char *> chains[] = {{Chain::IPSec, "IPSec/IPv4"},
                                                    {Chain::L2TP, "PPP/L2TP/IPv4"},
                                                    {Chain::Vendor, "VPN/com.example.vendor/IPv4"},
                                                    {Chain::PPPOverNothing, "PPP"}};
   for (const auto &[chain, expected] : chains) {
-    EXPECT_EQ(chainTypes(createService(prefs.get(), chain).get()), expected);
+    EXPECT_EQ(chainTypes(createService(prefs_.get(), chain).get()), expected);
   }
   EXPECT_EQ(ZNNetworkInterfaceCreateWithInterface(kZNNetworkInterfaceIPv4, nullptr), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
@@ -28,11 +27,10 @@ TEST_F(NetworkInterface, ServicesKeepTheChainTheyWereCreatedOn) {
 }
 
 TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto l2tp = layer(kZNNetworkInterfaceIPv4, kZNEntNetL2TP);
   ZNNetworkInterfaceSetConfiguration(l2tp.get(), dict({{"Transport", "IPSec"}}).get());
   auto ppp = layer(l2tp.get(), kZNNetworkInterfaceTypePPP);
-  auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs.get(), ppp.get()));
+  auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs_.get(), ppp.get()));
   // The free-standing layers were copied: changing them now reaches nothing.
   ZNNetworkInterfaceSetConfiguration(l2tp.get(), dict({{"Transport", "Changed"}}).get());
 
@@ -73,18 +71,17 @@ TEST_F(NetworkInterface, EachLayerKeepsItsOwnPlainAndExtendedConfigurations) {
 }
 
 TEST_F(NetworkInterface, LayerHandlesOutliveTheirServiceAndTheirSession) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createService(prefs.get(), Chain::L2TP, "Short-lived");
+  auto service = createService(prefs_.get(), Chain::L2TP, "Short-lived");
   auto outer = Ref<ZNNetworkInterfaceRef>::retain(ZNNetworkServiceGetInterface(service.get()));
-  PVIndex sessionRefs = PVGetRetainCount(prefs.get());
+  PVIndex sessionRefs = PVGetRetainCount(prefs_.get());
   ZNNetworkInterfaceGetInterface(outer.get());
-  EXPECT_EQ(PVGetRetainCount(prefs.get()), sessionRefs);  // the session owns its layer handles
+  EXPECT_EQ(PVGetRetainCount(prefs_.get()), sessionRefs);  // the session owns its layer handles
 
   ASSERT_TRUE(ZNNetworkServiceRemove(service.get()));
   EXPECT_EQ(ZNNetworkInterfaceGetInterfaceType(outer.get()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
   service = {};
-  prefs = {};
+  prefs_ = {};
   EXPECT_EQ(ZNNetworkInterfaceGetInterface(outer.get()), nullptr);
   EXPECT_FALSE(ZNNetworkInterfaceSetConfiguration(outer.get(), nullptr));
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);

@@ -7,7 +7,7 @@
 namespace tw::test {
 namespace {
 
-using ServiceBody = StoreTest;
+using ServiceBody = ServiceTest;
 
 // The same every time it is built, in either process.
 Ref<PVDictionaryRef> configuration() {
@@ -38,8 +38,7 @@ bool readsBackEveryPart() {
 }
 
 TEST_F(ServiceBody, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createService(prefs.get(), Chain::L2TP, "Everything");
+  auto service = createService(prefs_.get(), Chain::L2TP, "Everything");
   auto values = configuration();
   ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, values.get()));
@@ -48,13 +47,13 @@ TEST_F(ServiceBody, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
       ZNNetworkServiceCopyProtocol(service.get(), kZNNetworkProtocolTypeProxies));
   ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(protocol.get(), values.get()));
   ASSERT_TRUE(ZNNetworkServiceSetEnabled(service.get(), false));
-  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs_.get()));
   ASSERT_TRUE(ZNNetworkSetAddService(set.get(), service.get()));
   ASSERT_TRUE(ZNNetworkSetSetSelectedVPNService(set.get(), service.get()));
   ASSERT_TRUE(ZNNetworkSetSetName(set.get(), text("Renamed").get()));
   EXPECT_FALSE(readsBackEveryPart());  // not committed yet
 
-  ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
+  ASSERT_TRUE(ZNPreferencesCommitChanges(prefs_.get()));
   EXPECT_EQ(runInChildProcess(readsBackEveryPart), 0);
 }
 

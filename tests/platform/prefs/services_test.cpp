@@ -7,7 +7,7 @@
 namespace tw::test {
 namespace {
 
-using NetworkService = StoreTest;
+using NetworkService = ServiceTest;
 
 bool isEmptyDictionary(PVDictionaryRef dictionary) {
   return PVGetTypeID(dictionary) == PVDictionaryGetTypeID() &&
@@ -25,8 +25,7 @@ std::string protocolTypes(ZNNetworkServiceRef service) {
 }
 
 TEST_F(NetworkService, DefaultConfigurationGivesEveryLayerAndThreeProtocolsEmptyConfigurations) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createService(prefs.get(), Chain::L2TP, "Defaults");
+  auto service = createService(prefs_.get(), Chain::L2TP, "Defaults");
   for (ZNNetworkInterfaceRef layer = ZNNetworkServiceGetInterface(service.get()); layer;
        layer = ZNNetworkInterfaceGetInterface(layer)) {
     EXPECT_TRUE(isEmptyDictionary(ZNNetworkInterfaceGetConfiguration(layer)));
@@ -41,8 +40,7 @@ TEST_F(NetworkService, DefaultConfigurationGivesEveryLayerAndThreeProtocolsEmpty
 }
 
 TEST_F(NetworkService, AddedProtocolHasNoConfigurationAndItsTypeIsAddedOnce) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createService(prefs.get(), Chain::L2TP, "Protocols");
+  auto service = createService(prefs_.get(), Chain::L2TP, "Protocols");
   auto payload = text("com.example.payload");
   ASSERT_TRUE(ZNNetworkServiceAddProtocolType(service.get(), payload.get()));
   EXPECT_FALSE(ZNNetworkServiceAddProtocolType(service.get(), text("com.example.payload").get()));
@@ -71,9 +69,8 @@ TEST_F(NetworkService, AddedProtocolHasNoConfigurationAndItsTypeIsAddedOnce) {
 }
 
 TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto first = createService(prefs.get(), Chain::L2TP, "One");
-  auto second = createService(prefs.get(), Chain::L2TP, "Two");
+  auto first = createService(prefs_.get(), Chain::L2TP, "One");
+  auto second = createService(prefs_.get(), Chain::L2TP, "Two");
   std::string id = textOf(ZNNetworkServiceGetServiceID(first.get()));
   // Lower-case 8-4-4-4-12 hex, version 4, RFC 4122 variant.
   EXPECT_TRUE(std::regex_match(
@@ -82,15 +79,14 @@ TEST_F(NetworkService, IdentifiersAreRandomUUIDsAndHandlesOfOneServiceAreEqual) 
   EXPECT_NE(id, textOf(ZNNetworkServiceGetServiceID(second.get())));
 
   auto copy =
-      Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs.get(), text(id.c_str()).get()));
+      Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs_.get(), text(id.c_str()).get()));
   EXPECT_TRUE(PVEqual(copy.get(), first.get()));
   EXPECT_EQ(PVHash(copy.get()), PVHash(first.get()));
   EXPECT_FALSE(PVEqual(copy.get(), second.get()));
 }
 
 TEST_F(NetworkService, RemovedServiceHandleStaysValidAndReportsNoSuchObject) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto service = createService(prefs.get(), Chain::L2TP, "Removed");
+  auto service = createService(prefs_.get(), Chain::L2TP, "Removed");
   PVStringRef id = ZNNetworkServiceGetServiceID(service.get());
   const std::string idText = textOf(id);
 
@@ -104,7 +100,7 @@ TEST_F(NetworkService, RemovedServiceHandleStaysValidAndReportsNoSuchObject) {
   EXPECT_FALSE(ZNNetworkServiceSetName(service.get(), text("Back").get()));
   EXPECT_FALSE(ZNNetworkServiceRemove(service.get()));
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
-  EXPECT_EQ(serviceNames(prefs.get()), "");
+  EXPECT_EQ(serviceNames(prefs_.get()), "");
 }
 
 }  // namespace

@@ -5,25 +5,24 @@
 namespace tw::test {
 namespace {
 
-using NetworkSet = StoreTest;
+using NetworkSet = ServiceTest;
 
 std::string memberNames(ZNNetworkSetRef set) {
   return serviceNames(Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set)).get());
 }
 
 TEST_F(NetworkSet, SetsAreCreatedUnnamedAndCanBeNamedMadeCurrentAndRemoved) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto original = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
-  auto travel = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs.get()));
+  auto original = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs_.get()));
+  auto travel = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs_.get()));
   EXPECT_EQ(ZNNetworkSetGetName(travel.get()), nullptr);
   EXPECT_EQ(memberNames(travel.get()), "");
   ASSERT_TRUE(ZNNetworkSetSetName(travel.get(), text("Travel").get()));
   ASSERT_TRUE(ZNNetworkSetSetCurrent(travel.get()));
-  auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
+  auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs_.get()));
   EXPECT_TRUE(PVEqual(current.get(), travel.get()));
 
   ASSERT_TRUE(ZNNetworkSetRemove(travel.get()));
-  EXPECT_EQ(ZNNetworkSetCopyCurrent(prefs.get()), nullptr);  // the current set was removed
+  EXPECT_EQ(ZNNetworkSetCopyCurrent(prefs_.get()), nullptr);  // the current set was removed
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
   EXPECT_EQ(ZNNetworkSetGetSetID(travel.get()), nullptr);
   EXPECT_FALSE(ZNNetworkSetSetName(travel.get(), text("Again").get()));
@@ -32,10 +31,9 @@ TEST_F(NetworkSet, SetsAreCreatedUnnamedAndCanBeNamedMadeCurrentAndRemoved) {
 }
 
 TEST_F(NetworkSet, MembershipKeepsOrderAndRefusesDuplicatesAndStrangers) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
-  auto first = createService(prefs.get(), Chain::L2TP, "First");
-  auto second = createService(prefs.get(), Chain::L2TP, "Second");
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs_.get()));
+  auto first = createService(prefs_.get(), Chain::L2TP, "First");
+  auto second = createService(prefs_.get(), Chain::L2TP, "Second");
   ASSERT_TRUE(ZNNetworkSetAddService(set.get(), second.get()));
   ASSERT_TRUE(ZNNetworkSetAddService(set.get(), first.get()));
   EXPECT_FALSE(ZNNetworkSetAddService(set.get(), first.get()));
@@ -50,15 +48,14 @@ TEST_F(NetworkSet, MembershipKeepsOrderAndRefusesDuplicatesAndStrangers) {
   EXPECT_FALSE(ZNNetworkSetRemoveService(set.get(), second.get()));
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
   EXPECT_EQ(memberNames(set.get()), "First");
-  EXPECT_EQ(serviceNames(prefs.get()), "First,Second");  // the service itself stays
+  EXPECT_EQ(serviceNames(prefs_.get()), "First,Second");  // the service itself stays
 }
 
 TEST_F(NetworkSet, SelectionIsClearedByNullAndByRemovingTheServiceFromEverySet) {
-  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-  auto home = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs.get()));
-  auto away = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs.get()));
-  auto vpn = createService(prefs.get(), Chain::L2TP, "VPN");
-  auto kept = createService(prefs.get(), Chain::L2TP, "Kept");
+  auto home = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs_.get()));
+  auto away = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(prefs_.get()));
+  auto vpn = createService(prefs_.get(), Chain::L2TP, "VPN");
+  auto kept = createService(prefs_.get(), Chain::L2TP, "Kept");
   EXPECT_EQ(ZNNetworkSetCopySelectedVPNService(home.get()), nullptr);
 
   for (ZNNetworkSetRef set : {home.get(), away.get()}) {

@@ -113,10 +113,6 @@ TEST(PvJson, DictionaryKeysComeFromTheCallersStringsWhenGiven) {
   EXPECT_FALSE(error.empty());
 }
 
-}  // namespace
-
-namespace {
-
 TEST(PvJson, PublicTextFormIsCompactSortedAndRefusesWhatHasNone) {
   auto value = fromJson(json::parse(R"({"b": [1, 2.5], "a": {"$data": "AAE="}, "c": "x"})"));
   auto text = Ref<PVStringRef>::adopt(PVCreateJSONString(value.get()));

@@ -19,11 +19,7 @@ PV_DEFINE_CONSTANT_STRING(kValuesTestWideConstant, "a\u00e9\u20ac\U0001F600")
 namespace {
 
 using Str = pv::Ref<PVStringRef>;
-
-std::string text(PVStringRef s) {
-  const char *p = PVStringGetCStringPtr(s);
-  return p ? p : "<null>";
-}
+using tw::test::textOf;
 
 std::vector<uint8_t> bytes(PVDataRef data) {
   const uint8_t *p = PVDataGetBytePtr(data);
@@ -65,14 +61,14 @@ TEST(StringCreation, DecodesEachEncodingAndRefusesWhatIsNotText) {
   };
   for (const auto &c : cases) {
     auto made = fromBytes(c.bytes, c.encoding);
-    EXPECT_EQ(made ? text(made.get()) : "(refused)", c.expected ? c.expected : "(refused)")
+    EXPECT_EQ(made ? textOf(made.get()) : "(refused)", c.expected ? c.expected : "(refused)")
         << c.encoding << " case " << (&c - cases);
   }
   EXPECT_EQ(PVStringCreateWithCString("\xC0\xAF"), nullptr);
   EXPECT_EQ(PVStringCreateWithCString("ok\xED\xA0\x80"), nullptr);
   EXPECT_EQ(PVStringCreateWithCString(nullptr), nullptr);
   const std::vector<uint8_t> withNul = {'a', 0, 'b'};
-  EXPECT_EQ(text(fromBytes(withNul, kPVStringEncodingUTF8, 1).get()), "a");
+  EXPECT_EQ(textOf(fromBytes(withNul, kPVStringEncodingUTF8, 1).get()), "a");
   EXPECT_EQ(PVStringCreateWithBytes(withNul.data(), -1, kPVStringEncodingUTF8), nullptr);
   EXPECT_EQ(PVStringCreateWithBytes(nullptr, 2, kPVStringEncodingUTF8), nullptr);
   EXPECT_EQ(PVStringCreateWithBytes(withNul.data(), 1, static_cast<PVStringEncoding>(9)), nullptr);
@@ -90,7 +86,7 @@ TEST(StringCreation, UnpairedSurrogatesGiveNull) {
               nullptr);
   }
   const uint16_t pair[] = {0xD83D, 0xDE00};
-  EXPECT_EQ(text(Str::adopt(PVStringCreateWithCharacters(pair, 2)).get()), "\U0001F600");
+  EXPECT_EQ(textOf(Str::adopt(PVStringCreateWithCharacters(pair, 2)).get()), "\U0001F600");
 }
 
 TEST(StringContents, LengthCountsUtf16UnitsAndCharactersCopiesThem) {
@@ -140,7 +136,7 @@ TEST(MutableString, AppendsValidTextAndIgnoresEverythingElse) {
   PVStringAppend(s.get(), kValuesTestWideConstant);
   PVStringAppendCString(s.get(), "\xFF");  // invalid UTF-8: ignored
   PVStringAppend(s.get(), nullptr);
-  EXPECT_EQ(text(s.get()), "a" + kWideUtf8);
+  EXPECT_EQ(textOf(s.get()), "a" + kWideUtf8);
   EXPECT_EQ(PVStringGetLength(s.get()), 6);
   PVStringAppend(s.get(), s.get());  // appending to itself doubles it
   EXPECT_EQ(PVStringGetLength(s.get()), 12);
@@ -148,13 +144,10 @@ TEST(MutableString, AppendsValidTextAndIgnoresEverythingElse) {
   // An immutable string cannot be changed through a cast.
   auto fixed = Str::adopt(PVStringCreateWithCString("fixed"));
   PVStringAppendCString(const_cast<PVMutableStringRef>(fixed.get()), "!");
-  EXPECT_EQ(text(fixed.get()), "fixed");
+  EXPECT_EQ(textOf(fixed.get()), "fixed");
 }
 
-std::string formatted(PVStringRef s) {
-  auto held = Str::adopt(s);
-  return held ? text(held.get()) : "<null>";
-}
+std::string formatted(PVStringRef s) { return textOf(Str::adopt(s).get()); }
 
 TEST(StringFormat, PrintfConversionsMixWithValueDescriptions) {
   EXPECT_EQ(formatted(PVStringCreateWithFormat("%s|%d|%ld|%lld|%zu|%5.2f|%%|%c|%x", "s", -3, 40L,
