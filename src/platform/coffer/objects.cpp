@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "platform/coffer/openssl.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/testing/fault.hpp"
 
 namespace {
 

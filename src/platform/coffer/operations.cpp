@@ -4,7 +4,7 @@
 #include "platform/coffer/connection.hpp"
 #include "platform/coffer/dictionary.hpp"
 #include "platform/coffer/item_store.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/testing/fault.hpp"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "platform/coffer/objects.hpp"
 #include "platform/coffer/pkcs12_decode.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/testing/fault.hpp"
 
 namespace {
 

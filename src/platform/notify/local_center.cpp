@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/support/capture.hpp"
+#include "platform/testing/capture.hpp"
 #include "tarnwick/platform/notify.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/support/capture.hpp"
+#include "platform/testing/capture.hpp"
 #include "tarnwick/platform/notify.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include <type_traits>
 
-#include "platform/support/fault.hpp"
+#include "platform/testing/fault.hpp"
 #include "tarnwick/platform/prefs.h"
 
 namespace zn {

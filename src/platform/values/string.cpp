@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/support/utf.hpp"
+#include "platform/encoding/utf.hpp"
 #include "platform/values/object.hpp"
 
 PVString::PVString(std::string text, bool mutableString)

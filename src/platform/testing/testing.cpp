@@ -9,8 +9,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "platform/support/capture.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/testing/capture.hpp"
+#include "platform/testing/fault.hpp"
 
 namespace {
 
