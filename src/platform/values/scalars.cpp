@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/guard/guarded.hpp"
 #include "platform/values/object.hpp"
 
 struct PVData : pv::PVObject {
@@ -118,30 +119,18 @@ const PVBooleanRef kPVBooleanFalse = &theFalse;
 
 PVDataRef PVDataCreate(const uint8_t *bytes, PVIndex length) noexcept {
   if (length < 0 || (!bytes && length > 0)) return nullptr;
-  try {
-    return new PVData(bytes, static_cast<size_t>(length), false, 0);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVData(bytes, static_cast<size_t>(length), false, 0); });
 }
 
 PVMutableDataRef PVDataCreateMutable(PVIndex capacity) noexcept {
   if (capacity < 0) return nullptr;
-  try {
-    return new PVData(nullptr, 0, true, static_cast<size_t>(capacity));
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVData(nullptr, 0, true, static_cast<size_t>(capacity)); });
 }
 
 PVMutableDataRef PVDataCreateMutableCopy(PVDataRef data) noexcept {
   const PVData *d = asData(data);
   if (!d) return nullptr;
-  try {
-    return new PVData(d->data(), d->length(), true, 0);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVData(d->data(), d->length(), true, 0); });
 }
 
 PVIndex PVDataGetLength(PVDataRef data) noexcept {
@@ -189,19 +178,11 @@ void PVDataAppendBytes(PVMutableDataRef data, const uint8_t *bytes, PVIndex leng
 }
 
 PVNumberRef PVNumberCreateWithInt64(int64_t value) noexcept {
-  try {
-    return new PVNumber(value);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVNumber(value); });
 }
 
 PVNumberRef PVNumberCreateWithDouble(double value) noexcept {
-  try {
-    return new PVNumber(value);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVNumber(value); });
 }
 
 PVNumberRef PVNumberCreate(PVNumberType type, const void *value) noexcept {

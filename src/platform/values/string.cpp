@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/guard/guarded.hpp"
 #include "platform/encoding/utf.hpp"
 #include "platform/values/object.hpp"
 
@@ -37,11 +38,7 @@ namespace {
 const PVString *asString(PVStringRef s) { return s && s->kind == pv::Kind::String ? s : nullptr; }
 
 PVStringRef makeString(std::string text) {
-  try {
-    return new PVString(std::move(text), false);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVString(std::move(text), false); });
 }
 
 bool byteSwapped(PVStringEncoding encoding) {
@@ -266,11 +263,7 @@ PVDataRef PVStringCreateExternalRepresentation(PVStringRef string,
 }
 
 PVMutableStringRef PVStringCreateMutable(void) noexcept {
-  try {
-    return new PVString(std::string(), true);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVString(std::string(), true); });
 }
 
 void PVStringAppend(PVMutableStringRef string, PVStringRef appended) noexcept {
@@ -283,10 +276,7 @@ void PVStringAppendCString(PVMutableStringRef string, const char *utf8) noexcept
       !pv::utf::isValidUtf8(utf8)) {
     return;
   }
-  try {
-    string->assign(string->owned + utf8);
-  } catch (...) {
-  }
+  platform::guarded([&] { string->assign(string->owned + utf8); });
 }
 
 }  // extern "C"
