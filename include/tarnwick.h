@@ -23,6 +23,7 @@
 #define TARNWICK_H
 
 #include "tarnwick/platform/coffer.h"
+#include "tarnwick/platform/json.h"
 #include "tarnwick/platform/notify.h"
 #include "tarnwick/platform/prefs.h"
 #include "tarnwick/platform/values.h"

@@ -14,10 +14,6 @@ struct PayloadFile {
   pv::Ref<PVDictionaryRef> dictionary;
 };
 
-// Parses JSON text; a syntax error is one malformed-payload failure
-// "NAME:LINE:COLUMN: what".
-Json parseJsonText(const std::string &text, const std::string &name);
-
 // Reads and converts a payload file. A missing file is "not found"; text
 // that is no JSON object of property values is a malformed payload.
 PayloadFile readPayloadFile(const std::string &path);

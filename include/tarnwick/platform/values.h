@@ -74,11 +74,6 @@ TW_EXPORT PVHashCode PVHash(PVTypeRef value) TW_NOEXCEPT;
 /* A compact text: a string's bare text, other values in a short notation.
  * Ownership: copy. */
 TW_EXPORT PVStringRef PVCopyDescription(PVTypeRef value) TW_NOEXCEPT;
-/* The value as compact JSON text: dictionaries as objects (string keys
- * only, in sorted order), data as {"$data": "<base64>"}, integers and
- * floating numbers kept apart. NULL for a value with no JSON form (a set, a
- * platform handle, a non-finite number), or holding one. Ownership: create. */
-TW_EXPORT PVStringRef PVCreateJSONString(PVTypeRef value) TW_NOEXCEPT;
 
 TW_EXPORT PVTypeID PVStringGetTypeID(void) TW_NOEXCEPT;
 TW_EXPORT PVTypeID PVDataGetTypeID(void) TW_NOEXCEPT;
