@@ -14,7 +14,7 @@
 #include "credentials.hpp"
 #include "describe.hpp"
 #include "failure.hpp"
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 namespace {

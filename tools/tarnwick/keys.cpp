@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 namespace {

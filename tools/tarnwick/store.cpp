@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "failure.hpp"
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 namespace {

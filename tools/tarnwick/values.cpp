@@ -1,4 +1,4 @@
-#include "json_values.hpp"
+#include "values.hpp"
 
 #include <fstream>
 #include <functional>
