@@ -8,14 +8,14 @@
 
 #include <initializer_list>
 
-#include "platform/values/object.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-PV_DEFINE_LOCAL_CONSTANT_STRING(kXAuthPasswordDescription, "IPSec XAuth Password")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kPPPPasswordDescription, "PPP Password")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kSharedSecretDescription, "IPSec Shared Secret")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kXAuthPasswordDescription, "IPSec XAuth Password")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kPPPPasswordDescription, "PPP Password")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kSharedSecretDescription, "IPSec Shared Secret")
 
 bool isIPSec(PVStringRef serviceType) { return PVEqual(serviceType, kZNEntNetIPSec); }
 

@@ -12,7 +12,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/values/object.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick.h"
 
 namespace {
@@ -24,7 +24,7 @@ constexpr size_t kExportBlock = 12;
 
 // What the decoders hand back for no input: one immortal string, so that the
 // caller can release every result alike.
-PV_DEFINE_LOCAL_CONSTANT_STRING(kEmptySecret, "")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kEmptySecret, "")
 
 // The key cycles on its own 11-byte period, independent of the 12-byte
 // blocks; existing exported secrets depend on exactly this.

@@ -6,15 +6,15 @@
 // not hold are left out of the copies (the caller keeps them in the Coffer).
 // A failed write abandons the service: it is removed from the session and
 // released. A few failures are tolerated on purpose, each marked below.
-#include "platform/values/object.hpp"
 #include "service/internal.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick/platform/log.h"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-PV_DEFINE_LOCAL_CONSTANT_STRING(kOverridePrimaryKey, "OverridePrimary")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kPayloadDisplayNameKey, "PayloadDisplayName")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kOverridePrimaryKey, "OverridePrimary")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kPayloadDisplayNameKey, "PayloadDisplayName")
 
 using MutableDictionary = pv::Ref<PVMutableDictionaryRef>;
 

@@ -2,14 +2,14 @@
 //
 // Only a change of the current set's selection is committed, applied and
 // announced; other changes wait for the caller's commit.
-#include "platform/values/object.hpp"
 #include "service/internal.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-PV_DEFINE_LOCAL_CONSTANT_STRING(kLocalChangeNotification, "VPNChanged")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kSystemChangeNotification, "com.velmora.quaystone.vpn-changed")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kLocalChangeNotification, "VPNChanged")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kSystemChangeNotification, "com.velmora.quaystone.vpn-changed")
 
 using StringRef = pv::Ref<PVStringRef>;
 

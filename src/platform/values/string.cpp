@@ -140,6 +140,13 @@ PVStringRef PVStringCreateWithCString(const char *utf8) noexcept {
   return makeString(utf8);
 }
 
+PVStringRef PVStringCreateConstant(const char *text, PVIndex length) noexcept {
+  if (!text || length < 0) return nullptr;
+  std::string_view literal(text, static_cast<size_t>(length));
+  if (!pv::utf::isValidUtf8(literal) || literal.find('\0') != std::string_view::npos) return nullptr;
+  return platform::guarded([&] { return new PVString(text, literal.size()); });
+}
+
 PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
                                     PVStringEncoding encoding) noexcept {
   if (count < 0 || (!bytes && count > 0)) return nullptr;
