@@ -57,7 +57,8 @@ SetSlot ipv4Keys{nullptr};
 SetSlot proxiesKeys{nullptr};
 
 // EAP settings have their own configuration type, but no key is known to
-// belong to it: the set is empty on purpose.
+// belong to it: the set is empty, and EAP keys reach the layer only through
+// the installer's EAP dictionary.
 PVSetRef eapSet() {
   return buildIfEmpty(eapKeys, [] { return PVSetCreate(nullptr, 0, nullptr); });
 }
@@ -148,7 +149,8 @@ PVSetRef pppSet() {
 }
 
 // The on-demand-supported key is in here too, but the IPSec set is asked
-// first, so it always classifies as IPSec. Intended.
+// first, so it always classifies as IPSec: one object under two names
+// cannot tell its layers apart.
 const PVStringRef *const kVPNKeys[] = {
     &kZNPropNetVPNAuthenticationMethod,
     &kZNPropNetVPNLocalCertificate,
@@ -163,7 +165,9 @@ PVSetRef vpnSet() {
   return buildIfEmpty(vpnKeys, [] { return identitySet(kVPNKeys); });
 }
 
-// "PayloadIdentifier" is left out on purpose.
+// "PayloadIdentifier" is left out: it is written to the payload protocol by
+// name, never through the classifier, and services matched by it rely on
+// that.
 PVSetRef payloadSet() {
   return buildIfEmpty(payloadKeys, [] {
     auto uuid = pv::Ref<PVStringRef>::adopt(PVStringCreateWithCString("PayloadUUID"));

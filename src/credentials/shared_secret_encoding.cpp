@@ -58,8 +58,9 @@ PVDataRef JXVPNCreateEncryptedIPSecSharedSecret(PVStringRef secret) noexcept {
   }
   PVStringGetCharacters(secret, 0, units, characters.get());
   std::memcpy(PVDataGetMutableBytePtr(data), characters.get(), 2 * static_cast<size_t>(units));
-  // The length is left at 0 on purpose: the code units sit in the reserved
-  // storage, reachable only through the byte pointer.
+  // The length is left at 0, as callers of this encoding have always had
+  // it: the code units sit in the reserved storage, reachable only through
+  // the byte pointer.
   return data;
 }
 

@@ -62,7 +62,8 @@ void stopLiveConnection(PVStringRef serviceID) {
   if (!connection) return;
   int status = ZNNetworkConnectionGetStatus(connection.get());
   if (status == kZNNetworkConnectionConnecting || status == kZNNetworkConnectionConnected) {
-    ZNNetworkConnectionStop(connection.get(), true);
+    // Best effort: the service goes whether or not its connection stops.
+    (void)ZNNetworkConnectionStop(connection.get(), true);
   }
 }
 

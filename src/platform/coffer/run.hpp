@@ -11,7 +11,7 @@
 namespace vlt {
 
 // The status a failure being handled stands for; called in a catch handler.
-VltStatus currentStatus() noexcept;
+[[nodiscard]] VltStatus currentStatus() noexcept;
 
 template <typename Body>
 VltStatus run(const char *operation, pt::Family family, Body &&body) noexcept {

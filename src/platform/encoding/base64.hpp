@@ -11,6 +11,6 @@ namespace pv::base64 {
 std::string encode(std::string_view bytes);
 // Strict: padded to a multiple of four, no whitespace, no stray bits in the
 // last digit; nullopt for anything else.
-std::optional<std::string> decode(std::string_view text);
+[[nodiscard]] std::optional<std::string> decode(std::string_view text);
 
 }  // namespace pv::base64

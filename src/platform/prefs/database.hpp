@@ -18,7 +18,7 @@ using sql::Transaction;
 // rollback journal (truncated, not deleted, after each commit) and
 // synchronous=FULL, and a busy timeout for readers that meet another
 // process's commit.
-Database openDatabase(const std::string &path);
+[[nodiscard]] Database openDatabase(const std::string &path);
 
 // The ZNError status for a SQLite failure. A statement that does not
 // compile means the database is not shaped as ours.

@@ -23,7 +23,7 @@ struct Failure {
 void setError(int code) noexcept;
 
 // The status a failure being handled stands for; called in a catch handler.
-int currentStatus() noexcept;
+[[nodiscard]] int currentStatus() noexcept;
 
 // Runs the public operation `operation`: `failed` is its result when a test
 // planned this call to fail or when `body` throws.

@@ -14,7 +14,7 @@ namespace pv::json {
 
 // The JSON form of `value` into `out`; false with a reason in `error` when
 // the value, or anything inside it, has no JSON form.
-bool toJson(PVTypeRef value, nlohmann::json &out, std::string &error) noexcept;
+[[nodiscard]] bool toJson(PVTypeRef value, nlohmann::json &out, std::string &error) noexcept;
 
 // Gives the string for a dictionary key, borrowed, or null when the text
 // cannot be one. A caller decoding many dictionaries can hand out one string
@@ -37,7 +37,7 @@ struct Failure {
 
 // A new value for `json` (the caller releases it), or null with `failure`
 // filled in.
-PVTypeRef createFromJson(const nlohmann::json &json, Failure &failure,
+[[nodiscard]] PVTypeRef createFromJson(const nlohmann::json &json, Failure &failure,
                          const Hooks &hooks = {}) noexcept;
 
 }  // namespace pv::json

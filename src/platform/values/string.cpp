@@ -230,7 +230,7 @@ void PVStringGetCharacters(PVStringRef string, PVIndex start, PVIndex count,
   }
   try {
     std::u16string units;
-    pv::utf::utf8ToUtf16(s->text(), units);
+    (void)pv::utf::utf8ToUtf16(s->text(), units);  // a string's text is valid UTF-8 by construction
     std::memcpy(buffer, units.data() + start, static_cast<size_t>(count) * 2);
   } catch (...) {
   }
@@ -258,7 +258,7 @@ PVDataRef PVStringCreateExternalRepresentation(PVStringRef string,
     }
     if (encoding < kPVStringEncodingUTF16 || encoding > kPVStringEncodingUTF16BE) return nullptr;
     std::u16string units;
-    pv::utf::utf8ToUtf16(s->text(), units);
+    (void)pv::utf::utf8ToUtf16(s->text(), units);  // valid UTF-8 by construction
     if (byteSwapped(encoding)) {
       for (char16_t &u : units) u = static_cast<char16_t>((u >> 8) | (u << 8));
     }
