@@ -30,7 +30,8 @@ PVDataRef readFile(PVStringRef name, void *context, PVStringRef *reason) {
 
 // The size of the data a {"$data": …} object stands for.
 size_t dataSize(const Json &node) {
-  auto text = Ref<PVStringRef>::adopt(PVStringCreateWithCString(node["$data"].get<std::string>().c_str()));
+  const auto &encoded = node["$data"].get_ref<const std::string &>();
+  auto text = Ref<PVStringRef>::adopt(PVStringCreateWithCString(encoded.c_str()));
   auto data = Ref<PVDataRef>::adopt(PVDataCreateWithBase64String(text.get()));
   return static_cast<size_t>(PVDataGetLength(data.get()));
 }

@@ -7,14 +7,14 @@
 #include "tarnwick/platform/values.h"
 
 // A constant declared (and exported) in a public header.
-#define TW_DEFINE_CONSTANT_STRING(name, literal) \
-  extern "C" {                                   \
+#define TW_DEFINE_CONSTANT_STRING(name, literal)                                 \
+  extern "C" {                                                                   \
   const PVStringRef name = PVStringCreateConstant(literal, sizeof(literal) - 1); \
   }
 
 // The same for a pointer variable that the library never assigns.
-#define TW_DEFINE_CONSTANT_STRING_VARIABLE(name, literal) \
-  extern "C" {                                            \
+#define TW_DEFINE_CONSTANT_STRING_VARIABLE(name, literal)                  \
+  extern "C" {                                                             \
   PVStringRef name = PVStringCreateConstant(literal, sizeof(literal) - 1); \
   }
 

@@ -12,7 +12,8 @@ namespace vlt {
 [[nodiscard]] VltStatus parseQuery(PVDictionaryRef dictionary, bool allowReturns, Query &query);
 // A generic password (class, attributes, kVltValueData) or an object under
 // kVltValueRef; accessibility defaults to when-unlocked.
-[[nodiscard]] VltStatus parseNewItem(PVDictionaryRef dictionary, Item &item, bool &returnPersistentReference);
+[[nodiscard]] VltStatus parseNewItem(PVDictionaryRef dictionary, Item &item,
+                                     bool &returnPersistentReference);
 // String attributes, accessibility and kVltValueData.
 [[nodiscard]] VltStatus parseChanges(PVDictionaryRef dictionary, Changes &changes);
 

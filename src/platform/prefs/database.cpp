@@ -18,7 +18,8 @@ Database openDatabase(const std::string &path) {
 }
 
 int statusOf(const sql::Error &error) {
-  if (error.preparing && error.code == SQLITE_ERROR) return kZNStatusCorruptStore;  // no such table or column
+  // A statement that does not compile names a table or column we lack.
+  if (error.preparing && error.code == SQLITE_ERROR) return kZNStatusCorruptStore;
   switch (error.code & 0xff) {
     case SQLITE_NOTADB:
     case SQLITE_CORRUPT:

@@ -35,9 +35,9 @@ void Database::execute(const char *sql) {
 }
 
 Statement::Statement(const Database &db, std::string_view sql) {
-  check(sqlite3_prepare_v2(db.get(), sql.data(), static_cast<int>(sql.size()), &statement_,
-                           nullptr),
-        true);
+  check(
+      sqlite3_prepare_v2(db.get(), sql.data(), static_cast<int>(sql.size()), &statement_, nullptr),
+      true);
 }
 
 void Statement::bind(int index, int64_t value) {

@@ -16,8 +16,8 @@
 namespace sql {
 
 struct Error {
-  int code;         // SQLite's extended result code
-  bool preparing;   // raised while compiling a statement
+  int code;        // SQLite's extended result code
+  bool preparing;  // raised while compiling a statement
 };
 
 // Throws the Error for a result other than SQLITE_OK, SQLITE_ROW or SQLITE_DONE.

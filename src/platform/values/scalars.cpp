@@ -119,12 +119,14 @@ const PVBooleanRef kPVBooleanFalse = &theFalse;
 
 PVDataRef PVDataCreate(const uint8_t *bytes, PVIndex length) noexcept {
   if (length < 0 || (!bytes && length > 0)) return nullptr;
-  return platform::guarded([&] { return new PVData(bytes, static_cast<size_t>(length), false, 0); });
+  return platform::guarded(
+      [&] { return new PVData(bytes, static_cast<size_t>(length), false, 0); });
 }
 
 PVMutableDataRef PVDataCreateMutable(PVIndex capacity) noexcept {
   if (capacity < 0) return nullptr;
-  return platform::guarded([&] { return new PVData(nullptr, 0, true, static_cast<size_t>(capacity)); });
+  return platform::guarded(
+      [&] { return new PVData(nullptr, 0, true, static_cast<size_t>(capacity)); });
 }
 
 PVMutableDataRef PVDataCreateMutableCopy(PVDataRef data) noexcept {
@@ -152,20 +154,19 @@ uint8_t *PVDataGetMutableBytePtr(PVMutableDataRef data) noexcept {
 void PVDataSetLength(PVMutableDataRef data, PVIndex length) noexcept {
   PVData *d = asMutableData(data);
   if (!d || length < 0) return;
-  try {
+  platform::guarded([&] {
     if (d->capacity) {
       if (static_cast<size_t>(length) <= d->capacity) d->fixedLength = static_cast<size_t>(length);
     } else {
       d->bytes.resize(static_cast<size_t>(length), 0);
     }
-  } catch (...) {
-  }
+  });
 }
 
 void PVDataAppendBytes(PVMutableDataRef data, const uint8_t *bytes, PVIndex length) noexcept {
   PVData *d = asMutableData(data);
   if (!d || !bytes || length <= 0) return;
-  try {
+  platform::guarded([&] {
     if (d->capacity) {
       if (d->fixedLength + static_cast<size_t>(length) > d->capacity) return;
       std::memcpy(d->storage.data() + d->fixedLength, bytes, static_cast<size_t>(length));
@@ -173,8 +174,7 @@ void PVDataAppendBytes(PVMutableDataRef data, const uint8_t *bytes, PVIndex leng
     } else {
       d->bytes.insert(d->bytes.end(), bytes, bytes + length);
     }
-  } catch (...) {
-  }
+  });
 }
 
 PVNumberRef PVNumberCreateWithInt64(int64_t value) noexcept {

@@ -143,14 +143,16 @@ PVStringRef PVStringCreateWithCString(const char *utf8) noexcept {
 PVStringRef PVStringCreateConstant(const char *text, PVIndex length) noexcept {
   if (!text || length < 0) return nullptr;
   std::string_view literal(text, static_cast<size_t>(length));
-  if (!pv::utf::isValidUtf8(literal) || literal.find('\0') != std::string_view::npos) return nullptr;
+  if (!pv::utf::isValidUtf8(literal) || literal.find('\0') != std::string_view::npos) {
+    return nullptr;
+  }
   return platform::guarded([&] { return new PVString(text, literal.size()); });
 }
 
 PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
                                     PVStringEncoding encoding) noexcept {
   if (count < 0 || (!bytes && count > 0)) return nullptr;
-  try {
+  return platform::guarded([&]() -> PVStringRef {
     if (encoding == kPVStringEncodingUTF8) {
       std::string_view text(reinterpret_cast<const char *>(bytes), static_cast<size_t>(count));
       if (!pv::utf::isValidUtf8(text) || text.find('\0') != std::string_view::npos) {
@@ -167,28 +169,24 @@ PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
     }
     return PVStringCreateWithCharacters(reinterpret_cast<const uint16_t *>(units.data()),
                                         static_cast<PVIndex>(units.size()));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVStringRef PVStringCreateWithCharacters(const uint16_t *chars, PVIndex count) noexcept {
   if (count < 0 || (!chars && count > 0)) return nullptr;
-  try {
+  return platform::guarded([&]() -> PVStringRef {
     std::string text;
     if (!pv::utf::utf16ToUtf8(reinterpret_cast<const char16_t *>(chars), static_cast<size_t>(count),
                               text)) {
       return nullptr;
     }
     return makeString(std::move(text));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVStringRef PVStringCreateWithFormatAndArguments(const char *fmt, va_list args) noexcept {
   if (!fmt) return nullptr;
-  try {
+  return platform::guarded([&]() -> PVStringRef {
     std::string out;
     va_list copy;
     va_copy(copy, args);
@@ -196,9 +194,7 @@ PVStringRef PVStringCreateWithFormatAndArguments(const char *fmt, va_list args) 
     va_end(copy);
     if (!ok || !pv::utf::isValidUtf8(out)) return nullptr;
     return makeString(std::move(out));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVStringRef PVStringCreateWithFormat(const char *fmt, ...) noexcept {
@@ -228,12 +224,11 @@ void PVStringGetCharacters(PVStringRef string, PVIndex start, PVIndex count,
       static_cast<size_t>(start + count) > s->utf16Count) {
     return;
   }
-  try {
+  platform::guarded([&] {
     std::u16string units;
     (void)pv::utf::utf8ToUtf16(s->text(), units);  // a string's text is valid UTF-8 by construction
     std::memcpy(buffer, units.data() + start, static_cast<size_t>(count) * 2);
-  } catch (...) {
-  }
+  });
 }
 
 const char *PVStringGetCStringPtr(PVStringRef string) noexcept {
@@ -250,7 +245,7 @@ PVDataRef PVStringCreateExternalRepresentation(PVStringRef string,
                                                PVStringEncoding encoding) noexcept {
   const PVString *s = asString(string);
   if (!s) return nullptr;
-  try {
+  return platform::guarded([&]() -> PVDataRef {
     if (encoding == kPVStringEncodingUTF8) {
       std::string_view text = s->text();
       return PVDataCreate(reinterpret_cast<const uint8_t *>(text.data()),
@@ -264,9 +259,7 @@ PVDataRef PVStringCreateExternalRepresentation(PVStringRef string,
     }
     return PVDataCreate(reinterpret_cast<const uint8_t *>(units.data()),
                         static_cast<PVIndex>(units.size() * 2));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVMutableStringRef PVStringCreateMutable(void) noexcept {
