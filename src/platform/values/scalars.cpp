@@ -18,7 +18,9 @@ struct PVData : pv::PVObject {
   size_t length() const { return capacity ? fixedLength : bytes.size(); }
   bool equals(const PVObject &other) const override {
     const auto &o = static_cast<const PVData &>(other);
-    return length() == o.length() && std::memcmp(data(), o.data(), length()) == 0;
+    // memcmp must not see the null pointer of an empty vector, even for 0 bytes.
+    return length() == o.length() &&
+           (length() == 0 || std::memcmp(data(), o.data(), length()) == 0);
   }
   size_t hash() const override {
     return std::hash<std::string_view>{}(

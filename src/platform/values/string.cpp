@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include "platform/guard/guarded.hpp"
 #include "platform/encoding/utf.hpp"
@@ -41,7 +42,20 @@ PVStringRef makeString(std::string text) {
   return platform::guarded([&] { return new PVString(std::move(text), false); });
 }
 
-bool byteSwapped(PVStringEncoding encoding) {
+// The encoding as a number, read without an enum load: a C caller may pass
+// any int, and reading one out of range as the enum type is undefined.
+using EncodingNumber = std::underlying_type_t<PVStringEncoding>;
+EncodingNumber numberOf(const PVStringEncoding &encoding) {
+  EncodingNumber number;
+  std::memcpy(&number, &encoding, sizeof number);
+  return number;
+}
+
+bool isKnown(EncodingNumber encoding) {
+  return encoding >= kPVStringEncodingUTF8 && encoding <= kPVStringEncodingUTF16BE;
+}
+
+bool byteSwapped(EncodingNumber encoding) {
   constexpr bool little = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
   return (encoding == kPVStringEncodingUTF16LE && !little) ||
          (encoding == kPVStringEncodingUTF16BE && little);
@@ -150,8 +164,10 @@ PVStringRef PVStringCreateConstant(const char *text, PVIndex length) noexcept {
 }
 
 PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
-                                    PVStringEncoding encoding) noexcept {
+                                    PVStringEncoding requested) noexcept {
   if (count < 0 || (!bytes && count > 0)) return nullptr;
+  const EncodingNumber encoding = numberOf(requested);
+  if (!isKnown(encoding)) return nullptr;
   return platform::guarded([&]() -> PVStringRef {
     if (encoding == kPVStringEncodingUTF8) {
       std::string_view text(reinterpret_cast<const char *>(bytes), static_cast<size_t>(count));
@@ -160,7 +176,6 @@ PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
       }
       return makeString(std::string(text));
     }
-    if (encoding < kPVStringEncodingUTF16 || encoding > kPVStringEncodingUTF16BE) return nullptr;
     // An odd trailing byte is not a whole code unit and is dropped.
     std::u16string units(static_cast<size_t>(count) / 2, u'\0');
     if (!units.empty()) std::memcpy(units.data(), bytes, units.size() * 2);
@@ -242,16 +257,17 @@ PVIndex PVStringGetUTF8Length(PVStringRef string) noexcept {
 }
 
 PVDataRef PVStringCreateExternalRepresentation(PVStringRef string,
-                                               PVStringEncoding encoding) noexcept {
+                                               PVStringEncoding requested) noexcept {
   const PVString *s = asString(string);
   if (!s) return nullptr;
+  const EncodingNumber encoding = numberOf(requested);
+  if (!isKnown(encoding)) return nullptr;
   return platform::guarded([&]() -> PVDataRef {
     if (encoding == kPVStringEncodingUTF8) {
       std::string_view text = s->text();
       return PVDataCreate(reinterpret_cast<const uint8_t *>(text.data()),
                           static_cast<PVIndex>(text.size()));
     }
-    if (encoding < kPVStringEncodingUTF16 || encoding > kPVStringEncodingUTF16BE) return nullptr;
     std::u16string units;
     (void)pv::utf::utf8ToUtf16(s->text(), units);  // valid UTF-8 by construction
     if (byteSwapped(encoding)) {
