@@ -23,6 +23,7 @@
 #define TARNWICK_H
 
 #include "tarnwick/platform/coffer.h"
+#include "tarnwick/platform/json.h"
 #include "tarnwick/platform/notify.h"
 #include "tarnwick/platform/prefs.h"
 #include "tarnwick/platform/values.h"
@@ -117,6 +118,21 @@ TW_EXPORT PVArrayRef JXVPNServiceCopyOnDemandSupported(ZNPreferencesRef preferen
 TW_EXPORT Boolean JXVPNServiceRemove(ZNNetworkServiceRef service) TW_NOEXCEPT;
 /* True when the service authenticates by certificate and has none yet. */
 TW_EXPORT Boolean JXVPNServiceCertificatePending(ZNNetworkServiceRef service) TW_NOEXCEPT;
+
+/* ---- keys by their text ------------------------------------------------- */
+
+/* Configuration keys are placed in their layer by identity: only the key
+ * constants themselves are recognised. For a caller that reads keys as text
+ * (a command line), the constant with the text of `key` that the layer of
+ * `configurationType` (kZNEntNetIPSec, kZNEntNetPPP or kZNEntNetVPN) holds;
+ * with a NULL type, the first of those three layers that has one. NULL when
+ * no layer has a key of that text. Ownership: get (an immortal constant). */
+TW_EXPORT PVStringRef JXVPNGetConfigurationKeyConstant(PVStringRef key,
+                                                       PVStringRef configurationType) TW_NOEXCEPT;
+/* The protocol type (kZNEntNetIPv4, kZNNetworkProtocolTypeProxies or
+ * kJXVPNProtocolTypePayload) whose configuration holds `key`, by its text;
+ * NULL for a key of no protocol. Ownership: get (a constant). */
+TW_EXPORT PVStringRef JXVPNGetProtocolTypeForKey(PVStringRef key) TW_NOEXCEPT;
 
 /* ---- service type and whole configurations ------------------------------ */
 

@@ -89,7 +89,8 @@ Boolean JXVPNServiceSetConfiguration(ZNNetworkServiceRef service, PVStringRef co
 Boolean JXVPNServiceMergeConfiguration(ZNNetworkServiceRef service, PVStringRef configurationType,
                                        PVDictionaryRef entries) noexcept {
   if (!service) return false;
-  // Nothing to lay over counts as done; unlike a NULL service. Intended.
+  // Nothing to lay over counts as done, unlike a NULL service: installation
+  // merges each optional payload part and must not fail for a missing one.
   if (!entries) return true;
   ZNNetworkInterfaceRef interface = nullptr;
   PVDictionaryRef existing = nullptr;

@@ -27,8 +27,21 @@ PVSetRef buildIfEmpty(SetSlot &slot, Build build) {
   return set;
 }
 
-PVSetRef identitySet(std::initializer_list<PVTypeRef> keys) {
-  return PVSetCreate(keys.begin(), static_cast<PVIndex>(keys.size()), nullptr);
+// The configuration keys are listed by address: some constants are
+// variables, read when the set is made.
+template <size_t N>
+PVSetRef identitySet(const PVStringRef *const (&keys)[N]) {
+  PVTypeRef values[N];
+  for (size_t i = 0; i < N; ++i) values[i] = *keys[i];
+  return PVSetCreate(values, static_cast<PVIndex>(N), nullptr);
+}
+
+template <size_t N>
+PVStringRef constantWithText(const PVStringRef *const (&keys)[N], PVStringRef text) {
+  for (const PVStringRef *key : keys) {
+    if (PVEqual(*key, text)) return *key;
+  }
+  return nullptr;
 }
 
 PVSetRef valueSet(std::initializer_list<PVTypeRef> keys) {
@@ -44,113 +57,117 @@ SetSlot ipv4Keys{nullptr};
 SetSlot proxiesKeys{nullptr};
 
 // EAP settings have their own configuration type, but no key is known to
-// belong to it: the set is empty on purpose.
+// belong to it: the set is empty, and EAP keys reach the layer only through
+// the installer's EAP dictionary.
 PVSetRef eapSet() {
-  return buildIfEmpty(eapKeys, [] { return identitySet({}); });
+  return buildIfEmpty(eapKeys, [] { return PVSetCreate(nullptr, 0, nullptr); });
 }
 
 // The L2TP shared-secret and transport keys belong with IPSec: on an L2TP
 // service they land in the PPP layer's extended IPSec configuration.
+const PVStringRef *const kIPSecKeys[] = {
+    &kZNPropNetIPSecLocalIdentifier,
+    &kZNPropNetIPSecLocalIdentifierType,
+    &kZNPropNetIPSecAuthenticationMethod,
+    &kZNPropNetIPSecSharedSecret,
+    &kZNPropNetIPSecSharedSecretEncryption,
+    &kZNPropNetIPSecLocalCertificate,
+    &kZNPropNetL2TPIPSecSharedSecret,
+    &kZNPropNetL2TPIPSecSharedSecretEncryption,
+    &kZNPropNetL2TPTransport,
+    &kZNPropNetIPSecXAuthName,
+    &kZNPropNetIPSecXAuthPassword,
+    &kZNPropNetIPSecXAuthPasswordEncryption,
+    &kZNPropNetIPSecXAuthEnabled,
+    &kZNPropNetIPSecOnDemandEnabled,
+    &kZNPropNetIPSecOnDemandMatchDomainsAlways,
+    &kZNPropNetIPSecOnDemandMatchDomainsOnRetry,
+    &kZNPropNetIPSecOnDemandMatchDomainsNever,
+    &kJXVPNPropNetIPSecOnDemandSupported,
+    &kJXVPNPromptForPinKey,
+};
+
 PVSetRef ipsecSet() {
-  return buildIfEmpty(ipsecKeys, [] {
-    return identitySet({
-        kZNPropNetIPSecLocalIdentifier,
-        kZNPropNetIPSecLocalIdentifierType,
-        kZNPropNetIPSecAuthenticationMethod,
-        kZNPropNetIPSecSharedSecret,
-        kZNPropNetIPSecSharedSecretEncryption,
-        kZNPropNetIPSecLocalCertificate,
-        kZNPropNetL2TPIPSecSharedSecret,
-        kZNPropNetL2TPIPSecSharedSecretEncryption,
-        kZNPropNetL2TPTransport,
-        kZNPropNetIPSecXAuthName,
-        kZNPropNetIPSecXAuthPassword,
-        kZNPropNetIPSecXAuthPasswordEncryption,
-        kZNPropNetIPSecXAuthEnabled,
-        kZNPropNetIPSecOnDemandEnabled,
-        kZNPropNetIPSecOnDemandMatchDomainsAlways,
-        kZNPropNetIPSecOnDemandMatchDomainsOnRetry,
-        kZNPropNetIPSecOnDemandMatchDomainsNever,
-        kJXVPNPropNetIPSecOnDemandSupported,
-        kJXVPNPromptForPinKey,
-    });
-  });
+  return buildIfEmpty(ipsecKeys, [] { return identitySet(kIPSecKeys); });
 }
 
+const PVStringRef *const kPPPKeys[] = {
+    &kZNPropNetPPPOverridePrimary,
+    &kZNPropNetPPPACSPEnabled,
+    &kZNPropNetPPPConnectTime,
+    &kZNPropNetPPPDeviceLastCause,
+    &kZNPropNetPPPDialOnDemand,
+    &kZNPropNetPPPDisconnectOnFastUserSwitch,
+    &kZNPropNetPPPDisconnectOnIdle,
+    &kZNPropNetPPPDisconnectOnIdleTimer,
+    &kZNPropNetPPPDisconnectOnLogout,
+    &kZNPropNetPPPDisconnectOnSleep,
+    &kZNPropNetPPPDisconnectTime,
+    &kZNPropNetPPPIdleReminderTimer,
+    &kZNPropNetPPPIdleReminder,
+    &kZNPropNetPPPLastCause,
+    &kZNPropNetPPPLogfile,
+    &kZNPropNetPPPPlugins,
+    &kZNPropNetPPPRetryConnectTime,
+    &kZNPropNetPPPSessionTimer,
+    &kZNPropNetPPPStatus,
+    &kZNPropNetPPPUseSessionTimer,
+    &kZNPropNetPPPVerboseLogging,
+    &kZNPropNetPPPAuthEAPPlugins,
+    &kZNPropNetPPPAuthName,
+    &kZNPropNetPPPAuthPassword,
+    &kZNPropNetPPPAuthPasswordEncryption,
+    &kZNPropNetPPPAuthPrompt,
+    &kZNPropNetPPPAuthProtocol,
+    &kZNPropNetPPPCommAlternateRemoteAddress,
+    &kZNPropNetPPPCommConnectDelay,
+    &kZNPropNetPPPCommDisplayTerminalWindow,
+    &kZNPropNetPPPCommRedialCount,
+    &kZNPropNetPPPCommRedialEnabled,
+    &kZNPropNetPPPCommRedialInterval,
+    &kZNPropNetPPPCommRemoteAddress,
+    &kZNPropNetPPPCommTerminalScript,
+    &kZNPropNetPPPCommUseTerminalScript,
+    &kZNPropNetPPPCCPEnabled,
+    &kZNPropNetPPPCCPMPPE40Enabled,
+    &kZNPropNetPPPCCPMPPE128Enabled,
+    &kZNPropNetPPPIPCPCompressionVJ,
+    &kZNPropNetPPPIPCPUsePeerDNS,
+    &kZNPropNetPPPLCPEchoEnabled,
+    &kZNPropNetPPPLCPEchoFailure,
+    &kZNPropNetPPPLCPEchoInterval,
+    &kZNPropNetPPPLCPCompressionACField,
+    &kZNPropNetPPPLCPCompressionPField,
+    &kZNPropNetPPPLCPMRU,
+    &kZNPropNetPPPLCPMTU,
+    &kZNPropNetPPPLCPReceiveACCM,
+    &kZNPropNetPPPLCPTransmitACCM,
+};
+
 PVSetRef pppSet() {
-  return buildIfEmpty(pppKeys, [] {
-    return identitySet({
-        kZNPropNetPPPOverridePrimary,
-        kZNPropNetPPPACSPEnabled,
-        kZNPropNetPPPConnectTime,
-        kZNPropNetPPPDeviceLastCause,
-        kZNPropNetPPPDialOnDemand,
-        kZNPropNetPPPDisconnectOnFastUserSwitch,
-        kZNPropNetPPPDisconnectOnIdle,
-        kZNPropNetPPPDisconnectOnIdleTimer,
-        kZNPropNetPPPDisconnectOnLogout,
-        kZNPropNetPPPDisconnectOnSleep,
-        kZNPropNetPPPDisconnectTime,
-        kZNPropNetPPPIdleReminderTimer,
-        kZNPropNetPPPIdleReminder,
-        kZNPropNetPPPLastCause,
-        kZNPropNetPPPLogfile,
-        kZNPropNetPPPPlugins,
-        kZNPropNetPPPRetryConnectTime,
-        kZNPropNetPPPSessionTimer,
-        kZNPropNetPPPStatus,
-        kZNPropNetPPPUseSessionTimer,
-        kZNPropNetPPPVerboseLogging,
-        kZNPropNetPPPAuthEAPPlugins,
-        kZNPropNetPPPAuthName,
-        kZNPropNetPPPAuthPassword,
-        kZNPropNetPPPAuthPasswordEncryption,
-        kZNPropNetPPPAuthPrompt,
-        kZNPropNetPPPAuthProtocol,
-        kZNPropNetPPPCommAlternateRemoteAddress,
-        kZNPropNetPPPCommConnectDelay,
-        kZNPropNetPPPCommDisplayTerminalWindow,
-        kZNPropNetPPPCommRedialCount,
-        kZNPropNetPPPCommRedialEnabled,
-        kZNPropNetPPPCommRedialInterval,
-        kZNPropNetPPPCommRemoteAddress,
-        kZNPropNetPPPCommTerminalScript,
-        kZNPropNetPPPCommUseTerminalScript,
-        kZNPropNetPPPCCPEnabled,
-        kZNPropNetPPPCCPMPPE40Enabled,
-        kZNPropNetPPPCCPMPPE128Enabled,
-        kZNPropNetPPPIPCPCompressionVJ,
-        kZNPropNetPPPIPCPUsePeerDNS,
-        kZNPropNetPPPLCPEchoEnabled,
-        kZNPropNetPPPLCPEchoFailure,
-        kZNPropNetPPPLCPEchoInterval,
-        kZNPropNetPPPLCPCompressionACField,
-        kZNPropNetPPPLCPCompressionPField,
-        kZNPropNetPPPLCPMRU,
-        kZNPropNetPPPLCPMTU,
-        kZNPropNetPPPLCPReceiveACCM,
-        kZNPropNetPPPLCPTransmitACCM,
-    });
-  });
+  return buildIfEmpty(pppKeys, [] { return identitySet(kPPPKeys); });
 }
 
 // The on-demand-supported key is in here too, but the IPSec set is asked
-// first, so it always classifies as IPSec. Intended.
+// first, so it always classifies as IPSec: one object under two names
+// cannot tell its layers apart.
+const PVStringRef *const kVPNKeys[] = {
+    &kZNPropNetVPNAuthenticationMethod,
+    &kZNPropNetVPNLocalCertificate,
+    &kZNPropNetVPNOnDemandEnabled,
+    &kZNPropNetVPNOnDemandMatchDomainsAlways,
+    &kZNPropNetVPNOnDemandMatchDomainsOnRetry,
+    &kZNPropNetVPNOnDemandMatchDomainsNever,
+    &kJXVPNPropNetVPNOnDemandSupported,
+};
+
 PVSetRef vpnSet() {
-  return buildIfEmpty(vpnKeys, [] {
-    return identitySet({
-        kZNPropNetVPNAuthenticationMethod,
-        kZNPropNetVPNLocalCertificate,
-        kZNPropNetVPNOnDemandEnabled,
-        kZNPropNetVPNOnDemandMatchDomainsAlways,
-        kZNPropNetVPNOnDemandMatchDomainsOnRetry,
-        kZNPropNetVPNOnDemandMatchDomainsNever,
-        kJXVPNPropNetVPNOnDemandSupported,
-    });
-  });
+  return buildIfEmpty(vpnKeys, [] { return identitySet(kVPNKeys); });
 }
 
-// "PayloadIdentifier" is left out on purpose.
+// "PayloadIdentifier" is left out: it is written to the payload protocol by
+// name, never through the classifier, and services matched by it rely on
+// that.
 PVSetRef payloadSet() {
   return buildIfEmpty(payloadKeys, [] {
     auto uuid = pv::Ref<PVStringRef>::adopt(PVStringCreateWithCString("PayloadUUID"));
@@ -233,6 +250,26 @@ PVStringRef __JXVPNGetProtocolConfigurationTypeFromKey(PVStringRef key) noexcept
   if (PVSetContainsValue(proxies, key)) return kZNNetworkProtocolTypeProxies;
   if (PVSetContainsValue(payload, key)) return kJXVPNProtocolTypePayload;
   return nullptr;
+}
+
+PVStringRef JXVPNGetConfigurationKeyConstant(PVStringRef key,
+                                             PVStringRef configurationType) noexcept {
+  if (!key) return nullptr;
+  PVStringRef found = nullptr;
+  if (!configurationType || PVEqual(configurationType, kZNEntNetIPSec)) {
+    found = constantWithText(kIPSecKeys, key);
+  }
+  if (!found && (!configurationType || PVEqual(configurationType, kZNEntNetPPP))) {
+    found = constantWithText(kPPPKeys, key);
+  }
+  if (!found && (!configurationType || PVEqual(configurationType, kZNEntNetVPN))) {
+    found = constantWithText(kVPNKeys, key);
+  }
+  return found;
+}
+
+PVStringRef JXVPNGetProtocolTypeForKey(PVStringRef key) noexcept {
+  return __JXVPNGetProtocolConfigurationTypeFromKey(key);
 }
 
 }  // extern "C"

@@ -10,6 +10,7 @@ namespace tw::config {
 // A new mutable dictionary with every entry of `base` (which may be NULL),
 // then every entry of `entries` on top: for a key in both, `entries` wins.
 // An empty holder when the dictionary cannot be made.
-pv::Ref<PVMutableDictionaryRef> createMerged(PVDictionaryRef base, PVDictionaryRef entries);
+[[nodiscard]] pv::Ref<PVMutableDictionaryRef> createMerged(PVDictionaryRef base,
+                                                           PVDictionaryRef entries);
 
 }  // namespace tw::config

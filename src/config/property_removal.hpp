@@ -13,7 +13,7 @@ namespace tw::config {
 // that cannot be made, counts as success, earlier failures are forgotten,
 // and unplaced keys leave the result alone. False for an empty array.
 template <typename Classify, typename Read, typename Write>
-Boolean removeEachKey(PVArrayRef keys, Classify classify, Read read, Write write) {
+[[nodiscard]] Boolean removeEachKey(PVArrayRef keys, Classify classify, Read read, Write write) {
   PVIndex count = PVArrayGetCount(keys);
   if (count < 1) return false;
   Boolean result = false;

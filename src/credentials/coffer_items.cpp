@@ -59,7 +59,7 @@ PVTypeRef JXCofferSetValue(PVStringRef service, PVStringRef account, PVStringRef
       auto changes = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
       PVDictionarySetValue(changes.get(), kVltValueData, data.get());
       // Not looked at: the result is null on this path whatever happened.
-      VltItemUpdate(query.get(), changes.get());
+      (void)VltItemUpdate(query.get(), changes.get());
     }
     return nullptr;
   }
@@ -75,7 +75,8 @@ void JXCofferRemoveValue(PVStringRef service, PVStringRef account, PVStringRef l
                          PVStringRef description) noexcept {
   auto query = Ref<PVMutableDictionaryRef>::adopt(
       __JXCofferCreateQuery(service, account, label, description));
-  if (query) VltItemDelete(query.get());
+  // Nothing to report: removal answers nothing, and an absent item is gone already.
+  if (query) (void)VltItemDelete(query.get());
 }
 
 PVArrayRef JXCofferSetPKCS12Container(PVDataRef container, PVStringRef passphrase) noexcept {

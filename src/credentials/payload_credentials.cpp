@@ -96,7 +96,8 @@ Credential proxyUserName(PVDictionaryRef payload, PVStringRef key) {
     PVNumberGetValue(static_cast<PVNumberRef>(authenticated), kPVNumberIntType, &number);
     result.applies = static_cast<Boolean>(number) != 0;
   }
-  // Any other kind, a boolean included, never applies; intended.
+  // Any other kind, a boolean included, never applies: payloads that say
+  // true rather than 1 have always installed without the proxy user name.
   return result;
 }
 
@@ -117,7 +118,8 @@ Credential accountPassword(PVDictionaryRef payload) {
 }
 
 // Unlike the user name, a proxy password applies only when authentication
-// is left unsaid and a user name is given; intended.
+// is left unsaid and a user name is given: a password without its user is
+// of no use to the proxy.
 Credential proxyPassword(PVDictionaryRef payload, PVStringRef key) {
   Credential result{key};
   PVDictionaryRef proxies = entity(payload, kZNNetworkProtocolTypeProxies);

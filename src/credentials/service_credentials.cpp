@@ -8,14 +8,14 @@
 
 #include <initializer_list>
 
-#include "platform/values/object.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-PV_DEFINE_LOCAL_CONSTANT_STRING(kXAuthPasswordDescription, "IPSec XAuth Password")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kPPPPasswordDescription, "PPP Password")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kSharedSecretDescription, "IPSec Shared Secret")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kXAuthPasswordDescription, "IPSec XAuth Password")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kPPPPasswordDescription, "PPP Password")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kSharedSecretDescription, "IPSec Shared Secret")
 
 bool isIPSec(PVStringRef serviceType) { return PVEqual(serviceType, kZNEntNetIPSec); }
 
@@ -80,8 +80,8 @@ void __JXVPNServiceGetCofferParameters(ZNNetworkServiceRef service, JXVPNPasswor
                                        PVStringRef *outLabel,
                                        PVStringRef *outDescription) noexcept {
   if (type == kJXVPNPasswordTypeProxy) {
-    // Named by the user-visible name: services of one name share it, and a
-    // rename loses it. Intended.
+    // Named by the user-visible name, so that proxy passwords already stored
+    // are found: services of one name share it, and a rename loses it.
     *outItemService = retainedOrNull(ZNNetworkServiceGetName(service));
     *outAccount = static_cast<PVStringRef>(JXVPNServiceGetProtocolConfigurationProperty(
         service, kJXVPNPropNetProxiesHTTPProxyUsernameKey));
@@ -137,18 +137,20 @@ PVStringRef JXVPNServiceCopySharedSecret(ZNNetworkServiceRef service) noexcept {
 }
 
 // The configuration is pointed at the Coffer even when nothing was stored
-// (an empty secret included): intended.
+// (an empty secret included): installation stores the payload's secrets
+// through here and counts on the configuration naming the Coffer after it.
 Boolean JXVPNServiceSetSharedSecret(ZNNetworkServiceRef service, PVStringRef secret) noexcept {
   CofferItem item;
   if (!nameSharedSecret(service, item)) return false;
   PVRelease(JXCofferSetValue(item.service.get(), item.account, nullptr, item.description, secret));
-  JXVPNServiceSetConfigurationProperty(service, kZNPropNetIPSecSharedSecretEncryption,
-                                       kZNValNetIPSecSharedSecretEncryptionCoffer);
+  // The setter answers true whatever these writes do; their results are not looked at.
+  (void)JXVPNServiceSetConfigurationProperty(service, kZNPropNetIPSecSharedSecretEncryption,
+                                             kZNValNetIPSecSharedSecretEncryptionCoffer);
   PVTypeRef method =
       JXVPNServiceGetConfigurationProperty(service, kZNPropNetIPSecAuthenticationMethod);
   if (!method || !PVEqual(method, kZNValNetIPSecAuthenticationMethodHybrid)) {
-    JXVPNServiceSetConfigurationProperty(service, kZNPropNetIPSecAuthenticationMethod,
-                                         kZNValNetIPSecAuthenticationMethodSharedSecret);
+    (void)JXVPNServiceSetConfigurationProperty(service, kZNPropNetIPSecAuthenticationMethod,
+                                               kZNValNetIPSecAuthenticationMethodSharedSecret);
   }
   // No plain copy of the secret may stay in the preferences.
   removeConfigurationProperties(service, {kZNPropNetIPSecSharedSecret});
@@ -156,7 +158,8 @@ Boolean JXVPNServiceSetSharedSecret(ZNNetworkServiceRef service, PVStringRef sec
 }
 
 // Leaves the plain secret and the method alone, unlike the setter, and
-// drops the local identifier type with the encryption mark. Intended.
+// drops the local identifier type with the encryption mark: a service
+// whose secret is removed keeps the method its payload gave it.
 void JXVPNServiceRemoveSharedSecret(ZNNetworkServiceRef service) noexcept {
   CofferItem item;
   if (!nameSharedSecret(service, item)) return;
@@ -183,7 +186,8 @@ Boolean JXVPNServiceSetCertificatePersistantID(ZNNetworkServiceRef service,
 }
 
 // Deletes only the identity's item and keeps the reference in the
-// configuration; the issuers stay in the Coffer. Intended.
+// configuration; the issuers stay in the Coffer, where other identities
+// imported from the same authority may share them.
 Boolean JXVPNServiceRemoveCertificate(ZNNetworkServiceRef service) noexcept {
   if (!service) return false;
   PVTypeRef reference =

@@ -12,7 +12,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/values/object.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick.h"
 
 namespace {
@@ -24,7 +24,7 @@ constexpr size_t kExportBlock = 12;
 
 // What the decoders hand back for no input: one immortal string, so that the
 // caller can release every result alike.
-PV_DEFINE_LOCAL_CONSTANT_STRING(kEmptySecret, "")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kEmptySecret, "")
 
 // The key cycles on its own 11-byte period, independent of the 12-byte
 // blocks; existing exported secrets depend on exactly this.
@@ -58,8 +58,9 @@ PVDataRef JXVPNCreateEncryptedIPSecSharedSecret(PVStringRef secret) noexcept {
   }
   PVStringGetCharacters(secret, 0, units, characters.get());
   std::memcpy(PVDataGetMutableBytePtr(data), characters.get(), 2 * static_cast<size_t>(units));
-  // The length is left at 0 on purpose: the code units sit in the reserved
-  // storage, reachable only through the byte pointer.
+  // The length is left at 0, as callers of this encoding have always had
+  // it: the code units sit in the reserved storage, reachable only through
+  // the byte pointer.
   return data;
 }
 

@@ -5,16 +5,17 @@
 // the copy changed and merged, then released. Secrets the preferences must
 // not hold are left out of the copies (the caller keeps them in the Coffer).
 // A failed write abandons the service: it is removed from the session and
-// released. A few failures are tolerated on purpose, each marked below.
-#include "platform/values/object.hpp"
+// released. A few failures are tolerated, each marked below with what
+// relies on it.
 #include "service/internal.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick/platform/log.h"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-PV_DEFINE_LOCAL_CONSTANT_STRING(kOverridePrimaryKey, "OverridePrimary")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kPayloadDisplayNameKey, "PayloadDisplayName")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kOverridePrimaryKey, "OverridePrimary")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kPayloadDisplayNameKey, "PayloadDisplayName")
 
 using MutableDictionary = pv::Ref<PVMutableDictionaryRef>;
 
@@ -50,7 +51,8 @@ struct Installation {
     if (is(kZNEntNetIPSec) || is(kZNEntNetVPN)) return true;
     MutableDictionary ppp = copyOfEntry(payload, kZNEntNetPPP);
     if (!ppp) return true;
-    // Always true here; the repeated test is kept as it is. Intended.
+    // Always true here (IPSec returned above); the repeated test stays so
+    // that this step reads as the other layers' do.
     if (!is(kZNEntNetIPSec)) PVDictionaryRemoveValue(ppp.get(), kZNPropNetPPPAuthPassword);
     return JXVPNServiceMergeConfiguration(service, kZNEntNetPPP, ppp.get());
   }
@@ -93,8 +95,9 @@ struct Installation {
                          kZNValNetIPSecAuthenticationMethodCertificate);
   }
 
-  // The array of references is kept, never released. Intended: it stays in
-  // a function of its own that the sanitizer run can name.
+  // The array of references is kept, never released, as the library always
+  // has; it stays in a function of its own that the sanitizer run's leak
+  // suppression can name.
   [[gnu::noinline]] static PVArrayRef importIdentity(PVTypeRef container, PVStringRef passphrase) {
     return JXCofferSetPKCS12Container(static_cast<PVDataRef>(container), passphrase);
   }
@@ -133,7 +136,8 @@ struct Installation {
   }
 
   // Never abandons: a failed VPN merge only skips the vendor configuration,
-  // and the vendor merge's result is not looked at. Intended.
+  // and the vendor merge's result is not looked at, so that a payload whose
+  // vendor settings cannot be written still installs a service to fix.
   void applyVPN() const {
     if (!valueOf(payload, kZNEntNetVPN)) return;
     MutableDictionary vpn = copyOfEntry(payload, kZNEntNetVPN);

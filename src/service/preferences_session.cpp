@@ -17,7 +17,7 @@ extern "C" {
 Boolean JXVPNPreferencesLock(ZNPreferencesRef prefs) noexcept {
   if (ZNPreferencesLock(prefs, true)) return true;
   // A session older than the store cannot lock until it has re-read it.
-  ZNPreferencesSynchronize(prefs);
+  (void)ZNPreferencesSynchronize(prefs);  // the second attempt tells whether it helped
   if (ZNPreferencesLock(prefs, true)) return true;
   logLastError("Failed to lock ZNPreferences %s");
   return false;

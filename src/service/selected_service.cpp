@@ -2,14 +2,14 @@
 //
 // Only a change of the current set's selection is committed, applied and
 // announced; other changes wait for the caller's commit.
-#include "platform/values/object.hpp"
 #include "service/internal.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-PV_DEFINE_LOCAL_CONSTANT_STRING(kLocalChangeNotification, "VPNChanged")
-PV_DEFINE_LOCAL_CONSTANT_STRING(kSystemChangeNotification, "com.velmora.quaystone.vpn-changed")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kLocalChangeNotification, "VPNChanged")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kSystemChangeNotification, "com.velmora.quaystone.vpn-changed")
 
 using StringRef = pv::Ref<PVStringRef>;
 
@@ -25,7 +25,8 @@ Boolean selectInEverySet(PVArrayRef sets, ZNNetworkServiceRef service, Boolean f
     auto set = static_cast<ZNNetworkSetRef>(const_cast<void *>(PVArrayGetValueAtIndex(sets, i)));
     if (!set) continue;
     auto selected = pv::Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(set));
-    // Deliberately the last call's result, not all of them together.
+    // The last call's result, not all of them together: the current set
+    // is the last one, and its selection is what callers ask about.
     if (!selected || force) result = ZNNetworkSetSetSelectedVPNService(set, service);
   }
   return result;
@@ -53,11 +54,11 @@ Boolean JXVPNSetSelectedService(ZNNetworkServiceRef service, ZNPreferencesRef pr
   sets = {};
   auto after = StringRef::adopt(__JXVPNCopyCurrentSelectedServiceID(prefs));
   // A failed last call commits and announces nothing, even after an earlier
-  // set changed. Intended.
+  // set changed: callers read the result as "the selection is in place".
   if (!result) return false;
   if (selectionChanged(before.get(), after.get())) {
     // Announced even when the commit fails.
-    JXVPNPreferencesCommitAndApply(prefs);
+    (void)JXVPNPreferencesCommitAndApply(prefs);
     NCLocalCenterPost(kLocalChangeNotification);
     NCSystemCenterPost(kSystemChangeNotification, true);
   }

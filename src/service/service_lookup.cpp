@@ -1,13 +1,13 @@
 // Finding VPN services by payload identity or on-demand support, removing
 // one with its secrets and live connection, and telling whether a service
 // still waits for its certificate. Nothing here logs.
-#include "platform/values/object.hpp"
 #include "service/internal.hpp"
+#include "tarnwick/platform/constant_string.hpp"
 #include "tarnwick/platform/ref.hpp"
 
 namespace {
 
-PV_DEFINE_LOCAL_CONSTANT_STRING(kPayloadUUIDKey, "PayloadUUID")
+TW_DEFINE_LOCAL_CONSTANT_STRING(kPayloadUUIDKey, "PayloadUUID")
 
 ZNNetworkServiceRef serviceAt(PVArrayRef services, PVIndex index) {
   return static_cast<ZNNetworkServiceRef>(
@@ -62,7 +62,8 @@ void stopLiveConnection(PVStringRef serviceID) {
   if (!connection) return;
   int status = ZNNetworkConnectionGetStatus(connection.get());
   if (status == kZNNetworkConnectionConnecting || status == kZNNetworkConnectionConnected) {
-    ZNNetworkConnectionStop(connection.get(), true);
+    // Best effort: the service goes whether or not its connection stops.
+    (void)ZNNetworkConnectionStop(connection.get(), true);
   }
 }
 

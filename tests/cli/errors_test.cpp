@@ -47,7 +47,7 @@ const BadPayload kBadPayloads[] = {
     {"password-number", "{\"VPNType\": \"PPTP\", \"PPP\": {\"AuthPassword\": 7}}",
      ": \"PPP.AuthPassword\" must be a string or data, not a number"},
     {"null", "{\"VPNType\": \"PPTP\", \"PPP\": {\"AuthName\": null}}",
-     " at PPP.AuthName: null (or binary) is not a value a payload can hold"},
+     " at PPP.AuthName: null is not a property value"},
     {"bad-base64", "{\"VPNType\": \"IPSec\", \"_certificateData\": {\"$data\": \"@@\"}}",
      " at _certificateData: \"$data\" is not valid base64"},
     {"missing-file", "{\"VPNType\": \"IPSec\", \"_certificateData\": {\"$file\": \"none.p12\"}}",

@@ -36,7 +36,29 @@ TEST(ConfigurationTypeClassifier, PlacesKeyConstantsInTheirLayer) {
     SCOPED_TRACE(PVStringGetCStringPtr(c.key));
     // The platform's constant object itself, not just equal text.
     EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(c.key), c.type);
+    // Found again from its text, for the layer that holds it.
+    auto typed = text(PVStringGetCStringPtr(c.key));
+    EXPECT_EQ(__JXVPNGetConfigurationTypeFromKey(
+                  JXVPNGetConfigurationKeyConstant(typed.get(), c.type)),
+              c.type);
   }
+}
+
+// Where two layers have a key of one text, the type chooses; without one,
+// the first of IPSec, PPP and VPN.
+TEST(ConfigurationTypeClassifier, FindsTheConstantOfATypedKey) {
+  auto method = text("AuthenticationMethod");
+  EXPECT_EQ(JXVPNGetConfigurationKeyConstant(method.get(), kZNEntNetVPN),
+            kZNPropNetVPNAuthenticationMethod);
+  EXPECT_EQ(JXVPNGetConfigurationKeyConstant(method.get(), nullptr),
+            kZNPropNetIPSecAuthenticationMethod);
+  EXPECT_EQ(JXVPNGetConfigurationKeyConstant(method.get(), kZNEntNetPPP), nullptr);
+  EXPECT_EQ(JXVPNGetConfigurationKeyConstant(text("AuthName").get(), nullptr),
+            kZNPropNetPPPAuthName);
+  EXPECT_EQ(JXVPNGetConfigurationKeyConstant(text("NoSuchKey").get(), nullptr), nullptr);
+  EXPECT_EQ(JXVPNGetConfigurationKeyConstant(nullptr, nullptr), nullptr);
+  EXPECT_EQ(JXVPNGetProtocolTypeForKey(text("HTTPProxy").get()), kZNNetworkProtocolTypeProxies);
+  EXPECT_EQ(JXVPNGetProtocolTypeForKey(method.get()), nullptr);
 }
 
 TEST(ConfigurationTypeClassifier, LeavesOtherKeysAndEqualTextUnplacedAndNeverNamesEAP) {

@@ -14,7 +14,7 @@
 #include "credentials.hpp"
 #include "describe.hpp"
 #include "failure.hpp"
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 namespace {
@@ -44,10 +44,8 @@ Json portableConfiguration(PVDictionaryRef configuration, Json &payload) {
   for (auto it = json.begin(); it != json.end();) {
     bool cofferMark = it.key() == "SharedSecretEncryption" && it.value() == "Coffer";
     if (it.key() == "LocalCertificate" && it.value().is_object()) {
-      auto bytes = base64Decode(it.value().value("$data", ""));
       auto reference = Ref<PVDataRef>::adopt(
-          PVDataCreate(reinterpret_cast<const uint8_t *>(bytes ? bytes->data() : ""),
-                       bytes ? bytes->size() : 0));
+          PVDataCreateWithBase64String(makeString(it.value().value("$data", "")).get()));
       payload["PayloadCertificateUUID"] = certificateSubject(reference.get());
       note(
           "the client identity stays in this device's Coffer: add \"_certificateData\" and "

@@ -20,9 +20,10 @@ void refuseSecretKey(const std::string &key, const char *why) {
 // VALUE as JSON when it parses ("true", "3", "\"text\"", {"$data": ...}),
 // else as the text itself.
 Ref<PVTypeRef> parseValue(const std::string &text) {
-  Json json = Json::parse(text, nullptr, false);
-  if (json.is_discarded()) return Ref<PVTypeRef>::retain(makeString(text).get());
-  return valueFromJson(json, {"VALUE", std::filesystem::current_path()});
+  bool notJson = false;
+  auto value = valueFromJsonText(text, {"VALUE", std::filesystem::current_path()}, &notJson);
+  if (notJson) return Ref<PVTypeRef>::retain(makeString(text).get());
+  return value;
 }
 
 PVTypeRef readProperty(ZNNetworkServiceRef service, const PropertyArguments &arguments) {

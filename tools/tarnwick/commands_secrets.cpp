@@ -77,16 +77,17 @@ void secretExportCommand(const GlobalOptions &options, const std::string &servic
                   "no shared secret is stored for \"" + serviceName(service.get()) + "\"");
   }
   std::string bytes = encrypted ? encryptedBytes(secret.get()) : exportedBytes(secret.get());
-  std::printf("%s\n",
-              base64Encode(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size()).c_str());
+  auto data = Ref<PVDataRef>::adopt(PVDataCreate(reinterpret_cast<const uint8_t *>(bytes.data()),
+                                                 static_cast<PVIndex>(bytes.size())));
+  auto text = Ref<PVStringRef>::adopt(PVStringCreateBase64WithData(data.get()));
+  std::printf("%s\n", textOf(text.get()).c_str());
 }
 
 void secretImportCommand(const GlobalOptions &options, const std::string &service, bool encrypted) {
   std::string line = readSecret("encoded shared secret for " + service);
-  auto bytes = base64Decode(line);
-  if (!bytes) throw Failure(Exit::usage, "standard input is not base64");
-  auto data = Ref<PVDataRef>::adopt(PVDataCreate(reinterpret_cast<const uint8_t *>(bytes->data()),
-                                                 static_cast<PVIndex>(bytes->size())));
+  auto text = Ref<PVStringRef>::adopt(PVStringCreateWithCString(line.c_str()));
+  auto data = Ref<PVDataRef>::adopt(PVDataCreateWithBase64String(text.get()));
+  if (!data) throw Failure(Exit::usage, "standard input is not base64");
   auto secret =
       Ref<PVStringRef>::adopt(encrypted ? JXVPNCreateDecryptedIPSecSharedSecret(data.get())
                                         : JXVPNCreateImportedIPSecSharedSecret(data.get()));

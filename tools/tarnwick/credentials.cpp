@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "failure.hpp"
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 namespace {

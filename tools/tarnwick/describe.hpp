@@ -3,7 +3,7 @@
 // replaced, and the Coffer's secrets are told only as stored or absent.
 #pragma once
 
-#include "json_values.hpp"
+#include "values.hpp"
 #include "store.hpp"
 
 namespace tarnwick {

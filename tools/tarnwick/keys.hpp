@@ -14,7 +14,7 @@ namespace tarnwick {
 struct ResolvedKey {
   bool isProtocolKey = false;  // the protocol classifier knows it
   PVStringRef key = nullptr;   // the constant, or `made`
-  Ref<PVStringRef> made;       // a new string for a key no constant has
+  Ref<PVStringRef> made;       // the typed text as a new string
 };
 
 // Where two constants share a text ("AuthenticationMethod" of IPSec and of

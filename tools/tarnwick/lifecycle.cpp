@@ -230,7 +230,7 @@ std::vector<ServiceSummary> removeServices(ZNPreferencesRef prefs, const Removal
     transaction.removeService(service.get());
   }
   // False when no VPN service is left to select: nothing to do then.
-  JXVPNUpdateDefaultsAfterDeletingServiceInPreferences(prefs);
+  (void)JXVPNUpdateDefaultsAfterDeletingServiceInPreferences(prefs);
   transaction.commit();
   return removed;
 }

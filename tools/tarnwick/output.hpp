@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 

@@ -1,6 +1,7 @@
 #include "payload_file.hpp"
 
 #include <algorithm>
+#include <filesystem>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -102,37 +103,12 @@ PVDictionaryRef dictionaryFor(PVDictionaryRef payload, const std::string &key) {
              : nullptr;
 }
 
-// 1-based line and column of a byte offset (the offset of the character
-// the parser stopped at).
-std::pair<size_t, size_t> lineAndColumn(const std::string &text, size_t offset) {
-  offset = std::min(offset, text.size());
-  size_t line = 1 + static_cast<size_t>(std::count(text.begin(), text.begin() + offset, '\n'));
-  size_t lineStart = text.rfind('\n', offset == 0 ? 0 : offset - 1);
-  lineStart = (lineStart == std::string::npos || offset == 0) ? 0 : lineStart + 1;
-  return {line, offset - lineStart + 1};
-}
-
 }  // namespace
 
 PVTypeRef valueFor(PVDictionaryRef dictionary, const std::string &key) {
   if (!dictionary) return nullptr;
   auto keyString = makeString(key);
   return PVDictionaryGetValue(dictionary, keyString.get());
-}
-
-Json parseJsonText(const std::string &text, const std::string &name) {
-  try {
-    return Json::parse(text);
-  } catch (const Json::parse_error &error) {
-    // The parser counts the bytes it read; the last one read is the culprit.
-    auto [line, column] = lineAndColumn(text, error.byte == 0 ? 0 : error.byte - 1);
-    std::string what = error.what();
-    size_t at = what.find("column ");
-    at = at == std::string::npos ? std::string::npos : what.find(": ", at);
-    if (at != std::string::npos) what = what.substr(at + 2);
-    throw Failure(Exit::malformedPayload,
-                  name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + what);
-  }
 }
 
 PayloadFile readPayloadFile(const std::string &path) {
@@ -143,12 +119,10 @@ PayloadFile readPayloadFile(const std::string &path) {
                   "cannot read " + path + ": " + std::strerror(error));
   }
   std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  Json json = parseJsonText(text, path);
-  if (!json.is_object()) {
+  auto value = valueFromJsonText(text, {path, std::filesystem::path(path).parent_path()});
+  if (PVGetTypeID(value.get()) != PVDictionaryGetTypeID()) {
     throw Failure(Exit::malformedPayload, path + ": a payload is a JSON object");
   }
-  JsonSource source{path, std::filesystem::path(path).parent_path()};
-  auto value = valueFromJson(json, source);
   return {path, pv::Ref<PVDictionaryRef>::retain(static_cast<PVDictionaryRef>(value.get()))};
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 
@@ -13,10 +13,6 @@ struct PayloadFile {
   std::string path;
   pv::Ref<PVDictionaryRef> dictionary;
 };
-
-// Parses JSON text; a syntax error is one malformed-payload failure
-// "NAME:LINE:COLUMN: what".
-Json parseJsonText(const std::string &text, const std::string &name);
 
 // Reads and converts a payload file. A missing file is "not found"; text
 // that is no JSON object of property values is a malformed payload.

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "failure.hpp"
-#include "json_values.hpp"
+#include "values.hpp"
 
 namespace tarnwick {
 namespace {
@@ -48,7 +48,7 @@ void lockPreferences(ZNPreferencesRef prefs) {
   for (int attempt = 0;; ++attempt) {
     if (JXVPNPreferencesLock(prefs)) return;
     if (ZNError() != kZNStatusStale || attempt == kStaleRetries) break;
-    ZNPreferencesSynchronize(prefs);
+    (void)ZNPreferencesSynchronize(prefs);  // the next attempt tells whether it helped
   }
   throw Failure(Exit::lock, "cannot lock the preferences: " + platformError());
 }

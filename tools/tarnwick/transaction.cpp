@@ -27,7 +27,8 @@ Transaction::~Transaction() {
       std::fprintf(stderr, "tarnwick: undoing the change failed: %s\n", error.what());
     }
   }
-  JXVPNPreferencesUnlock(prefs_);
+  // Nothing more to do about a failed unlock here; the lock ends with the process.
+  (void)JXVPNPreferencesUnlock(prefs_);
 }
 
 void Transaction::removeService(ZNNetworkServiceRef service) {
@@ -62,7 +63,8 @@ void Transaction::commit() {
 
 void Transaction::undo() {
   for (auto it = undos_.rbegin(); it != undos_.rend(); ++it) (*it)();
-  ZNPreferencesSynchronize(prefs_);
+  // The secrets below go back whether or not the session could re-read the store.
+  (void)ZNPreferencesSynchronize(prefs_);
   for (const RemovedSecrets &kept : removed_) {
     auto service =
         Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs_, kept.serviceID.get()));

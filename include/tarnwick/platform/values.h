@@ -74,11 +74,6 @@ TW_EXPORT PVHashCode PVHash(PVTypeRef value) TW_NOEXCEPT;
 /* A compact text: a string's bare text, other values in a short notation.
  * Ownership: copy. */
 TW_EXPORT PVStringRef PVCopyDescription(PVTypeRef value) TW_NOEXCEPT;
-/* The value as compact JSON text: dictionaries as objects (string keys
- * only, in sorted order), data as {"$data": "<base64>"}, integers and
- * floating numbers kept apart. NULL for a value with no JSON form (a set, a
- * platform handle, a non-finite number), or holding one. Ownership: create. */
-TW_EXPORT PVStringRef PVCreateJSONString(PVTypeRef value) TW_NOEXCEPT;
 
 TW_EXPORT PVTypeID PVStringGetTypeID(void) TW_NOEXCEPT;
 TW_EXPORT PVTypeID PVDataGetTypeID(void) TW_NOEXCEPT;
@@ -99,6 +94,11 @@ typedef enum PVStringEncoding {
 
 /* NULL when the text is not valid UTF-8. Ownership: create. */
 TW_EXPORT PVStringRef PVStringCreateWithCString(const char *utf8) TW_NOEXCEPT;
+/* A new string that is never freed, on `length` bytes of UTF-8 text in
+ * static storage; retain and release leave it alone. What the constant
+ * string macros of tarnwick/platform/constant_string.hpp define. NULL when
+ * the text is not valid UTF-8. Ownership: none (immortal). */
+TW_EXPORT PVStringRef PVStringCreateConstant(const char *text, PVIndex length) TW_NOEXCEPT;
 /* NULL when the bytes are not valid in the encoding; a UTF-16 byte count
  * that is odd drops its last byte. Ownership: create. */
 TW_EXPORT PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,

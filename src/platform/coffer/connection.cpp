@@ -34,24 +34,24 @@ struct Connection {
            info.st_ino == inode;
   }
 
-  VltStatus ensureOpen() {
+  // False when there is no store directory to open.
+  [[nodiscard]] bool ensureOpen() {
     const char *current = ZNStoreGetDirectory();
-    if (!current || !*current) return kVltErrorStore;
+    if (!current || !*current) return false;
     std::string wanted(current);
     pid_t pid = getpid();
-    if (stillCurrent(pid, wanted)) return kVltSuccess;
+    if (stillCurrent(pid, wanted)) return true;
     if (db && owner != pid) inherited.push_back(db.release());
     db.reset();
-    auto opened = std::make_unique<Database>();
-    if (VltStatus status = opened->open(wanted)) return status;
+    auto opened = std::make_unique<Database>(wanted);
     struct stat info {};
-    if (stat(databasePath(wanted).c_str(), &info) != 0) return kVltErrorStore;
+    if (stat(databasePath(wanted).c_str(), &info) != 0) return false;
     db = std::move(opened);
     owner = pid;
     directory = std::move(wanted);
     device = info.st_dev;
     inode = info.st_ino;
-    return kVltSuccess;
+    return true;
   }
 };
 
@@ -74,11 +74,11 @@ Connection &connection() {
 
 }  // namespace
 
-VltStatus withDatabase(const std::function<VltStatus(Database &)> &operation) {
+VltStatus withDatabase(const std::function<VltStatus(sql::Database &)> &operation) {
   Connection &c = connection();
   std::lock_guard lock(c.mutex);
-  if (VltStatus status = c.ensureOpen()) return status;
-  return operation(*c.db);
+  if (!c.ensureOpen()) return kVltErrorStore;
+  return operation(c.db->connection());
 }
 
 }  // namespace vlt

@@ -20,8 +20,8 @@
 
 namespace vlt {
 
-// Runs `operation` on the connection, opening it first when needed; the
-// status of the open when that fails.
-VltStatus withDatabase(const std::function<VltStatus(Database &)> &operation);
+// Runs `operation` on the connection, opening it first when needed (which
+// throws sql::Error when the Coffer cannot be opened).
+[[nodiscard]] VltStatus withDatabase(const std::function<VltStatus(sql::Database &)> &operation);
 
 }  // namespace vlt

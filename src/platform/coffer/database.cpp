@@ -1,21 +1,23 @@
-// Opening the Coffer's database safely; statements and transactions.
+// Opening the Coffer's database safely, with the Coffer's settings.
 #include "platform/coffer/database.hpp"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <random>
 #include <thread>
+
+#include "platform/coffer/run.hpp"
+#include "platform/directory/directories.hpp"
 
 namespace vlt {
 
 namespace {
 
-constexpr sqlite3_int64 kApplicationId = 0x54574346;  // "TWCF": marks a file as a Coffer
-constexpr sqlite3_int64 kSchemaVersion = 1;
+constexpr int64_t kApplicationId = 0x54574346;  // "TWCF": marks a file as a Coffer
+constexpr int64_t kSchemaVersion = 1;
 constexpr auto kBusyTimeout = std::chrono::seconds(5);
 
 constexpr const char *kTables =
@@ -30,17 +32,6 @@ constexpr const char *kTables =
     " uniqueness BLOB NOT NULL,"
     " persistent_ref BLOB NOT NULL UNIQUE,"
     " UNIQUE (class, uniqueness));";
-
-// Creates each missing directory of `path` with mode 0700.
-bool makeDirectories(const std::string &path) {
-  for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
-    std::string prefix = path.substr(0, slash);
-    if (!prefix.empty() && mkdir(prefix.c_str(), 0700) != 0 && errno != EEXIST) return false;
-    if (slash == std::string::npos) break;
-  }
-  struct stat info {};
-  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
 
 // SQLite's own busy handler backs off to sleeps of 100 ms, so the process
 // that has waited longest polls least often and loses the lock to every
@@ -58,132 +49,70 @@ int waitBriefly(void *waitingSince, int attempt) {
   return 1;
 }
 
-}  // namespace
+// What cannot be opened as the Coffer is a store error, like any SQLite failure.
+[[noreturn]] void cannotOpen() { throw sql::Error{SQLITE_CANTOPEN, false}; }
 
-VltStatus statusOf(int result) {
-  switch (result) {
-    case SQLITE_OK:
-    case SQLITE_ROW:
-    case SQLITE_DONE:
-      return kVltSuccess;
-    case SQLITE_CONSTRAINT_UNIQUE:
-      return kVltErrorDuplicateItem;
-    default:
-      return kVltErrorStore;
-  }
-}
-
-void Statement::bindText(int index, const std::optional<std::string> &text) {
-  if (text) {
-    sqlite3_bind_text(statement_, index, text->data(), static_cast<int>(text->size()),
-                      SQLITE_TRANSIENT);
-  } else {
-    sqlite3_bind_null(statement_, index);
-  }
-}
-
-void Statement::bindBlob(int index, std::string_view bytes) {
-  // A zero-length blob still binds as a blob, never as NULL.
-  sqlite3_bind_blob(statement_, index, bytes.empty() ? "" : bytes.data(),
-                    static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
-}
-
-void Statement::bindInteger(int index, sqlite3_int64 value) {
-  sqlite3_bind_int64(statement_, index, value);
-}
-
-std::optional<std::string> Statement::text(int column) const {
-  const unsigned char *text = sqlite3_column_text(statement_, column);
-  if (!text) return std::nullopt;
-  return std::string(reinterpret_cast<const char *>(text),
-                     static_cast<size_t>(sqlite3_column_bytes(statement_, column)));
-}
-
-std::string Statement::blob(int column) const {
-  const void *bytes = sqlite3_column_blob(statement_, column);
-  int size = sqlite3_column_bytes(statement_, column);
-  return bytes ? std::string(static_cast<const char *>(bytes), static_cast<size_t>(size))
-               : std::string();
-}
-
-std::string databasePath(const std::string &directory) { return directory + "/coffer.db"; }
-
-VltStatus Database::open(const std::string &directory) {
-  if (directory.empty() || !makeDirectories(directory)) return kVltErrorStore;
+// Made here rather than by SQLite so that it never exists with a wider mode.
+sql::Database openFile(const std::string &directory) {
+  if (directory.empty() || !files::makeDirectories(directory)) cannotOpen();
   std::string path = databasePath(directory);
-
-  // Made here rather than by SQLite so that it never exists with a wider mode.
   int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return kVltErrorStore;
+  if (fd < 0) cannotOpen();
   ::close(fd);
-
-  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
-  if (sqlite3_open_v2(path.c_str(), &db_, flags, nullptr) != SQLITE_OK) return kVltErrorStore;
-  sqlite3_extended_result_codes(db_, 1);
-  sqlite3_busy_handler(db_, waitBriefly, &waitingSince_);
-  if (VltStatus status = execute("PRAGMA synchronous = FULL")) return status;
-  return ensureSchema();
+  return sql::Database(path, SQLITE_OPEN_NOMUTEX);
 }
 
-VltStatus Database::readPragma(const char *sql, sqlite3_int64 &value) {
-  Statement statement;
-  if (VltStatus status = prepare(sql, statement)) return status;
-  if (statement.step() != SQLITE_ROW) return kVltErrorStore;
-  value = statement.integer(0);
-  return kVltSuccess;
+int64_t readPragma(sql::Database &db, const char *query) {
+  sql::Statement statement(db, query);
+  if (!statement.step()) cannotOpen();
+  return statement.integer(0);
 }
 
-VltStatus Database::ensureSchema() {
-  sqlite3_int64 applicationId = 0;
-  if (VltStatus status = readPragma("PRAGMA application_id", applicationId)) return status;
+// Writes the schema into a database that holds nothing yet; refuses any
+// database that is not a Coffer of this version.
+void ensureSchema(sql::Database &db) {
+  int64_t applicationId = readPragma(db, "PRAGMA application_id");
   if (applicationId == 0) {
-    Transaction transaction(*this);
-    if (VltStatus status = transaction.begin()) return status;
-    sqlite3_int64 objects = 0;
-    if (VltStatus status = readPragma("PRAGMA application_id", applicationId)) return status;
-    if (VltStatus status = readPragma("SELECT count(*) FROM sqlite_master", objects)) {
-      return status;
-    }
-    if (applicationId == 0 && objects == 0) {
+    sql::Transaction transaction(db, sql::Transaction::kWrite);
+    applicationId = readPragma(db, "PRAGMA application_id");
+    if (applicationId == 0 && readPragma(db, "SELECT count(*) FROM sqlite_master") == 0) {
       // The journal mode is chosen once, here: a rollback journal is also
       // what every later connection gets by default.
       std::string schema = "PRAGMA journal_mode = DELETE;" + std::string(kTables) +
                            "PRAGMA application_id = " + std::to_string(kApplicationId) +
                            "; PRAGMA user_version = " + std::to_string(kSchemaVersion) + ";";
-      if (VltStatus status = execute(schema.c_str())) return status;
-      if (VltStatus status = transaction.commit()) return status;
-      return kVltSuccess;
+      db.execute(schema.c_str());
+      transaction.commit();
+      return;
     }
   }
-  sqlite3_int64 version = 0;
-  if (VltStatus status = readPragma("PRAGMA user_version", version)) return status;
-  return applicationId == kApplicationId && version == kSchemaVersion ? kVltSuccess
-                                                                      : kVltErrorStore;
+  if (applicationId != kApplicationId || readPragma(db, "PRAGMA user_version") != kSchemaVersion) {
+    cannotOpen();
+  }
 }
 
-VltStatus Database::prepare(const std::string &sql, Statement &statement) {
-  return statusOf(sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()),
-                                     &statement.statement_, nullptr));
+}  // namespace
+
+VltStatus statusOf(const sql::Error &error) {
+  return error.code == SQLITE_CONSTRAINT_UNIQUE ? kVltErrorDuplicateItem : kVltErrorStore;
 }
 
-VltStatus Database::execute(const char *sql) {
-  return statusOf(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr));
+VltStatus currentStatus() noexcept {
+  try {
+    throw;
+  } catch (const sql::Error &error) {
+    return statusOf(error);
+  } catch (...) {
+    return kVltErrorStore;
+  }
 }
 
-Transaction::~Transaction() {
-  if (open_) db_.execute("ROLLBACK");
-}
+std::string databasePath(const std::string &directory) { return directory + "/coffer.db"; }
 
-VltStatus Transaction::begin() {
-  VltStatus status = db_.execute("BEGIN IMMEDIATE");
-  open_ = status == kVltSuccess;
-  return status;
-}
-
-VltStatus Transaction::commit() {
-  VltStatus status = db_.execute("COMMIT");
-  if (status == kVltSuccess) open_ = false;
-  return status;
+Database::Database(const std::string &directory) : db_(openFile(directory)) {
+  sqlite3_busy_handler(db_.get(), waitBriefly, &waitingSince_);
+  db_.execute("PRAGMA synchronous = FULL");
+  ensureSchema(db_);
 }
 
 }  // namespace vlt

@@ -9,12 +9,13 @@ namespace vlt {
 
 // Class, string attributes, accessibility, kVltValueRef, kVltValuePersistentRef;
 // with `allowReturns`, also the three kVltReturn... flags.
-VltStatus parseQuery(PVDictionaryRef dictionary, bool allowReturns, Query &query);
+[[nodiscard]] VltStatus parseQuery(PVDictionaryRef dictionary, bool allowReturns, Query &query);
 // A generic password (class, attributes, kVltValueData) or an object under
 // kVltValueRef; accessibility defaults to when-unlocked.
-VltStatus parseNewItem(PVDictionaryRef dictionary, Item &item, bool &returnPersistentReference);
+[[nodiscard]] VltStatus parseNewItem(PVDictionaryRef dictionary, Item &item,
+                                     bool &returnPersistentReference);
 // String attributes, accessibility and kVltValueData.
-VltStatus parseChanges(PVDictionaryRef dictionary, Changes &changes);
+[[nodiscard]] VltStatus parseChanges(PVDictionaryRef dictionary, Changes &changes);
 
 // What a lookup hands back, as the query asked:
 //  - kVltReturnAttributes, or both data and persistent reference: a
@@ -25,6 +26,6 @@ VltStatus parseChanges(PVDictionaryRef dictionary, Changes &changes);
 //    certificate);
 //  - otherwise: the persistent reference.
 // Ownership: create.
-PVTypeRef createResult(const Item &item, const Query &query);
+[[nodiscard]] PVTypeRef createResult(const Item &item, const Query &query);
 
 }  // namespace vlt

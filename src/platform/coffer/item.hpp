@@ -48,7 +48,7 @@ struct Changes {
 
 // The class constant, and its text as stored.
 PVStringRef classConstant(ItemClass itemClass);
-std::optional<ItemClass> classFromText(std::string_view text);
+[[nodiscard]] std::optional<ItemClass> classFromText(std::string_view text);
 // The accessibility constant of that text, NULL for any other text.
 PVStringRef accessibilityConstant(std::string_view text);
 

@@ -5,6 +5,8 @@
 
 #include <openssl/rand.h>
 
+#include <cstdint>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -30,7 +32,7 @@ struct Filter {
     sql += " = ?";
     values.emplace_back(std::move(value), blob);
   }
-  void bind(Statement &statement, int first = 1) const {
+  void bind(sql::Statement &statement, int first = 1) const {
     for (size_t i = 0; i < values.size(); ++i) {
       int index = first + static_cast<int>(i);
       if (values[i].second) {
@@ -57,89 +59,79 @@ Filter filterOf(const Query &query) {
 }
 
 // Reads a row selected with kItemColumns.
-std::pair<sqlite3_int64, Item> readItem(const Statement &row) {
+std::pair<int64_t, Item> readItem(const sql::Statement &row) {
   Item item;
   item.itemClass = classFromText(row.text(1).value_or("")).value_or(ItemClass::GenericPassword);
   for (int i = 0; i < kStringAttributeCount; ++i) item.strings[i] = row.text(2 + i);
   item.accessible = row.text(6).value_or("");
-  item.data = row.blob(7);
-  item.certificate = row.blob(8);
-  item.privateKey = row.blob(9);
-  item.uniquenessKey = row.blob(10);
-  item.persistentReference = row.blob(11);
+  item.data = row.bytes(7);
+  item.certificate = row.bytes(8);
+  item.privateKey = row.bytes(9);
+  item.uniquenessKey = row.bytes(10);
+  item.persistentReference = row.bytes(11);
   return {row.integer(0), std::move(item)};
 }
 
-VltStatus selectItems(Database &db, const Query &query, const char *limit,
-                      std::vector<std::pair<sqlite3_int64, Item>> &rows) {
+std::vector<std::pair<int64_t, Item>> selectItems(sql::Database &db, const Query &query,
+                                                  const char *limit) {
   Filter filter = filterOf(query);
-  Statement statement;
-  std::string sql =
-      std::string("SELECT ") + kItemColumns + " FROM items" + filter.sql + " ORDER BY id" + limit;
-  if (VltStatus status = db.prepare(sql, statement)) return status;
+  sql::Statement statement(db, std::string("SELECT ") + kItemColumns + " FROM items" +
+                                   filter.sql + " ORDER BY id" + limit);
   filter.bind(statement);
-  int result;
-  while ((result = statement.step()) == SQLITE_ROW) rows.push_back(readItem(statement));
-  return statusOf(result);
+  std::vector<std::pair<int64_t, Item>> rows;
+  while (statement.step()) rows.push_back(readItem(statement));
+  return rows;
 }
 
 // Writes every column but the id, the class and the persistent reference.
-VltStatus rewrite(Database &db, sqlite3_int64 id, const Item &item) {
-  Statement statement;
-  VltStatus status = db.prepare(
+void rewrite(sql::Database &db, int64_t id, const Item &item) {
+  sql::Statement statement(
+      db,
       "UPDATE items SET service = ?, account = ?, label = ?, description = ?, accessible = ?, "
-      "data = ?, uniqueness = ? WHERE id = ?",
-      statement);
-  if (status) return status;
-  for (int i = 0; i < kStringAttributeCount; ++i) statement.bindText(1 + i, item.strings[i]);
+      "data = ?, uniqueness = ? WHERE id = ?");
+  for (int i = 0; i < kStringAttributeCount; ++i) statement.bindTextOrNull(1 + i, item.strings[i]);
   statement.bindText(5, item.accessible);
   statement.bindBlob(6, item.data);
   statement.bindBlob(7, item.uniquenessKey);
-  statement.bindInteger(8, id);
-  return statusOf(statement.step());
+  statement.bind(8, id);
+  statement.run();
 }
 
 }  // namespace
 
-VltStatus findFirst(Database &db, const Query &query, Item &item) {
-  std::vector<std::pair<sqlite3_int64, Item>> rows;
-  if (VltStatus status = selectItems(db, query, " LIMIT 1", rows)) return status;
+VltStatus findFirst(sql::Database &db, const Query &query, Item &item) {
+  auto rows = selectItems(db, query, " LIMIT 1");
   if (rows.empty()) return kVltErrorItemNotFound;
   item = std::move(rows.front().second);
   return kVltSuccess;
 }
 
-VltStatus insert(Database &db, Item &item) {
+void insert(sql::Database &db, Item &item) {
   unsigned char reference[kPersistentReferenceSize];
-  if (RAND_bytes(reference, sizeof reference) != 1) return kVltErrorStore;
+  if (RAND_bytes(reference, sizeof reference) != 1) throw std::runtime_error("no random bytes");
   item.persistentReference.assign(reinterpret_cast<char *>(reference), sizeof reference);
 
-  Transaction transaction(db);
-  if (VltStatus status = transaction.begin()) return status;
-  Statement statement;
-  VltStatus status = db.prepare(
+  sql::Transaction transaction(db, sql::Transaction::kWrite);
+  sql::Statement statement(
+      db,
       "INSERT INTO items (class, service, account, label, description, accessible, data, "
       "certificate, private_key, uniqueness, persistent_ref) "
-      "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-      statement);
-  if (status) return status;
+      "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
   statement.bindText(1, PVStringGetCStringPtr(classConstant(item.itemClass)));
-  for (int i = 0; i < kStringAttributeCount; ++i) statement.bindText(2 + i, item.strings[i]);
+  for (int i = 0; i < kStringAttributeCount; ++i) statement.bindTextOrNull(2 + i, item.strings[i]);
   statement.bindText(6, item.accessible);
   statement.bindBlob(7, item.data);
   statement.bindBlob(8, item.certificate);
   statement.bindBlob(9, item.privateKey);
   statement.bindBlob(10, item.uniquenessKey);
   statement.bindBlob(11, item.persistentReference);
-  if (VltStatus status = statusOf(statement.step())) return status;
-  return transaction.commit();
+  statement.run();
+  transaction.commit();
 }
 
-VltStatus update(Database &db, const Query &query, const Changes &changes) {
-  Transaction transaction(db);
-  if (VltStatus status = transaction.begin()) return status;
-  std::vector<std::pair<sqlite3_int64, Item>> rows;
-  if (VltStatus status = selectItems(db, query, "", rows)) return status;
+VltStatus update(sql::Database &db, const Query &query, const Changes &changes) {
+  sql::Transaction transaction(db, sql::Transaction::kWrite);
+  auto rows = selectItems(db, query, "");
   if (rows.empty()) return kVltErrorItemNotFound;
   for (auto &[id, item] : rows) {
     for (int i = 0; i < kStringAttributeCount; ++i) {
@@ -151,21 +143,21 @@ VltStatus update(Database &db, const Query &query, const Changes &changes) {
     // the table's constraint refuses it and the whole update rolls back.
     if (item.itemClass == ItemClass::GenericPassword)
       item.uniquenessKey = passwordKey(item.strings);
-    if (VltStatus status = rewrite(db, id, item)) return status;
+    rewrite(db, id, item);
   }
-  return transaction.commit();
+  transaction.commit();
+  return kVltSuccess;
 }
 
-VltStatus remove(Database &db, const Query &query) {
-  Transaction transaction(db);
-  if (VltStatus status = transaction.begin()) return status;
+VltStatus remove(sql::Database &db, const Query &query) {
+  sql::Transaction transaction(db, sql::Transaction::kWrite);
   Filter filter = filterOf(query);
-  Statement statement;
-  if (VltStatus status = db.prepare("DELETE FROM items" + filter.sql, statement)) return status;
+  sql::Statement statement(db, "DELETE FROM items" + filter.sql);
   filter.bind(statement);
-  if (VltStatus status = statusOf(statement.step())) return status;
+  statement.run();
   if (db.changes() == 0) return kVltErrorItemNotFound;
-  return transaction.commit();
+  transaction.commit();
+  return kVltSuccess;
 }
 
 }  // namespace vlt

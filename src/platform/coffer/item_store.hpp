@@ -6,15 +6,19 @@
 
 namespace vlt {
 
+// Each throws sql::Error when the database fails; the statuses below are
+// what the items themselves make of a call.
+
 // The first item the query matches, in the order items were stored;
 // kVltErrorItemNotFound when none does.
-VltStatus findFirst(Database &db, const Query &query, Item &item);
+[[nodiscard]] VltStatus findFirst(sql::Database &db, const Query &query, Item &item);
 // Stores the item with a new persistent reference (written into the item);
-// kVltErrorDuplicateItem when an item of the same key is stored.
-VltStatus insert(Database &db, Item &item);
-// Applies the changes to every matching item, all or none.
-VltStatus update(Database &db, const Query &query, const Changes &changes);
-// Deletes every matching item.
-VltStatus remove(Database &db, const Query &query);
+// a duplicate of a stored item fails with SQLITE_CONSTRAINT_UNIQUE.
+void insert(sql::Database &db, Item &item);
+// Applies the changes to every matching item, all or none;
+// kVltErrorItemNotFound when none matches.
+[[nodiscard]] VltStatus update(sql::Database &db, const Query &query, const Changes &changes);
+// Deletes every matching item; kVltErrorItemNotFound when none matches.
+[[nodiscard]] VltStatus remove(sql::Database &db, const Query &query);
 
 }  // namespace vlt

@@ -6,7 +6,8 @@
 #include <functional>
 
 #include "platform/coffer/openssl.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/guard/guarded.hpp"
+#include "platform/testing/fault.hpp"
 
 namespace {
 
@@ -116,13 +117,11 @@ VltCertificateRef VltTrustGetCertificateAtIndex(VltTrustRef trust, PVIndex index
 
 VltCertificateRef VltCertificateCreateWithData(PVDataRef der) noexcept {
   if (pt::enter("VltCertificateCreateWithData", pt::Family::Coffer) || !der) return nullptr;
-  try {
+  return platform::guarded([&] {
     std::string_view bytes(reinterpret_cast<const char *>(PVDataGetBytePtr(der)),
                            static_cast<size_t>(PVDataGetLength(der)));
     return vlt::createCertificate(bytes);
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVDataRef VltCertificateCopyData(VltCertificateRef certificate) noexcept {
@@ -135,11 +134,8 @@ PVStringRef VltCertificateCopySubjectSummary(VltCertificateRef certificate) noex
   if (pt::enter("VltCertificateCopySubjectSummary", pt::Family::Coffer) || !certificate) {
     return nullptr;
   }
-  try {
-    return PVStringCreateWithCString(vlt::subjectSummary(*certificate).c_str());
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded(
+      [&] { return PVStringCreateWithCString(vlt::subjectSummary(*certificate).c_str()); });
 }
 
 VltStatus VltIdentityCopyCertificate(VltIdentityRef identity,

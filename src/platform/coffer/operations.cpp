@@ -4,19 +4,9 @@
 #include "platform/coffer/connection.hpp"
 #include "platform/coffer/dictionary.hpp"
 #include "platform/coffer/item_store.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/coffer/run.hpp"
 
 namespace {
-
-// The operations must not let an exception out (allocation failures).
-template <typename Body>
-VltStatus guarded(Body body) noexcept {
-  try {
-    return body();
-  } catch (...) {
-    return kVltErrorStore;
-  }
-}
 
 // An empty query would match every item: a write must name what it changes.
 bool namesNothing(PVDictionaryRef query) { return PVDictionaryGetCount(query) == 0; }
@@ -26,14 +16,13 @@ bool namesNothing(PVDictionaryRef query) { return PVDictionaryGetCount(query) ==
 extern "C" {
 
 VltStatus VltItemCopyMatching(PVDictionaryRef query, PVTypeRef *result) noexcept {
-  if (pt::enter("VltItemCopyMatching", pt::Family::Coffer)) return kVltErrorInjected;
-  return guarded([&]() -> VltStatus {
+  return vlt::run("VltItemCopyMatching", pt::Family::Coffer, [&]() -> VltStatus {
     vlt::Query parsed;
     vlt::Item item;
     VltStatus status = vlt::parseQuery(query, true, parsed);
     if (!status) {
       status =
-          vlt::withDatabase([&](vlt::Database &db) { return vlt::findFirst(db, parsed, item); });
+          vlt::withDatabase([&](sql::Database &db) { return vlt::findFirst(db, parsed, item); });
     }
     if (status || !result) return status;
     *result = vlt::createResult(item, parsed);
@@ -42,13 +31,15 @@ VltStatus VltItemCopyMatching(PVDictionaryRef query, PVTypeRef *result) noexcept
 }
 
 VltStatus VltItemAdd(PVDictionaryRef attributes, PVTypeRef *result) noexcept {
-  if (pt::enter("VltItemAdd", pt::Family::CofferWrite)) return kVltErrorInjected;
-  return guarded([&]() -> VltStatus {
+  return vlt::run("VltItemAdd", pt::Family::CofferWrite, [&]() -> VltStatus {
     vlt::Item item;
     bool returnPersistentReference = false;
     VltStatus status = vlt::parseNewItem(attributes, item, returnPersistentReference);
     if (!status) {
-      status = vlt::withDatabase([&](vlt::Database &db) { return vlt::insert(db, item); });
+      status = vlt::withDatabase([&](sql::Database &db) {
+        vlt::insert(db, item);
+        return kVltSuccess;
+      });
     }
     if (status || !returnPersistentReference || !result) return status;
     const std::string &reference = item.persistentReference;
@@ -59,25 +50,23 @@ VltStatus VltItemAdd(PVDictionaryRef attributes, PVTypeRef *result) noexcept {
 }
 
 VltStatus VltItemUpdate(PVDictionaryRef query, PVDictionaryRef attributesToUpdate) noexcept {
-  if (pt::enter("VltItemUpdate", pt::Family::CofferWrite)) return kVltErrorInjected;
-  return guarded([&]() -> VltStatus {
+  return vlt::run("VltItemUpdate", pt::Family::CofferWrite, [&]() -> VltStatus {
     vlt::Query parsed;
     vlt::Changes changes;
     if (namesNothing(query)) return kVltErrorParam;
     VltStatus status = vlt::parseQuery(query, false, parsed);
     if (!status) status = vlt::parseChanges(attributesToUpdate, changes);
     if (status) return status;
-    return vlt::withDatabase([&](vlt::Database &db) { return vlt::update(db, parsed, changes); });
+    return vlt::withDatabase([&](sql::Database &db) { return vlt::update(db, parsed, changes); });
   });
 }
 
 VltStatus VltItemDelete(PVDictionaryRef query) noexcept {
-  if (pt::enter("VltItemDelete", pt::Family::CofferWrite)) return kVltErrorInjected;
-  return guarded([&]() -> VltStatus {
+  return vlt::run("VltItemDelete", pt::Family::CofferWrite, [&]() -> VltStatus {
     vlt::Query parsed;
     if (namesNothing(query)) return kVltErrorParam;
     if (VltStatus status = vlt::parseQuery(query, false, parsed)) return status;
-    return vlt::withDatabase([&](vlt::Database &db) { return vlt::remove(db, parsed); });
+    return vlt::withDatabase([&](sql::Database &db) { return vlt::remove(db, parsed); });
   });
 }
 

@@ -7,7 +7,8 @@
 
 #include "platform/coffer/objects.hpp"
 #include "platform/coffer/pkcs12_decode.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/coffer/run.hpp"
+#include "platform/testing/fault.hpp"
 
 namespace {
 
@@ -82,19 +83,17 @@ extern "C" VltStatus VltPKCS12Import(PVDataRef container, PVDictionaryRef option
   auto passphrase =
       static_cast<PVStringRef>(PVDictionaryGetValue(options, kVltImportExportPassphrase));
   if (PVGetTypeID(passphrase) != PVStringGetTypeID()) return kVltErrorParam;
-  VltStatus status;
-  try {
+  VltStatus status = platform::guarded([&] {
     std::string_view bytes(reinterpret_cast<const char *>(PVDataGetBytePtr(container)),
                            static_cast<size_t>(PVDataGetLength(container)));
     std::string text(PVStringGetCStringPtr(passphrase),
                      static_cast<size_t>(PVStringGetUTF8Length(passphrase)));
     vlt::Pkcs12Contents contents;
-    status = vlt::decodePkcs12(bytes, text, contents);
-    if (!status) status = createItems(contents, items);
+    VltStatus decoded = vlt::decodePkcs12(bytes, text, contents);
+    if (!decoded) decoded = createItems(contents, items);
     OPENSSL_cleanse(text.data(), text.size());
-  } catch (...) {
-    status = kVltErrorStore;
-  }
+    return decoded;
+  }, [] { return vlt::currentStatus(); });
   // What OpenSSL queued while failing is of no use to the next caller.
   ERR_clear_error();
   return status;

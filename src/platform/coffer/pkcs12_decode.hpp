@@ -19,7 +19,7 @@ struct Pkcs12Contents {
 // kVltErrorAuthFailed for a wrong passphrase; kVltErrorDecode for a
 // container that cannot be read, or whose key derivation asks for more
 // iterations than any real exporter uses (refused before deriving any key).
-VltStatus decodePkcs12(std::string_view bytes, const std::string &passphrase,
+[[nodiscard]] VltStatus decodePkcs12(std::string_view bytes, const std::string &passphrase,
                        Pkcs12Contents &contents);
 
 }  // namespace vlt

@@ -4,7 +4,7 @@
 
 #include <cstdarg>
 
-#include "platform/support/capture.hpp"
+#include "platform/testing/capture.hpp"
 #include "tarnwick/platform/log.h"
 #include "tarnwick/platform/ref.hpp"
 

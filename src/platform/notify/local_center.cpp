@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/support/capture.hpp"
+#include "platform/guard/guarded.hpp"
+#include "platform/testing/capture.hpp"
 #include "tarnwick/platform/notify.h"
 
 namespace {
@@ -32,13 +33,11 @@ Boolean NCLocalCenterAddObserver(PVStringRef name, NCObserverCallBack callback,
                                  void *context) noexcept {
   const char *text = PVStringGetCStringPtr(name);
   if (!text || !callback) return false;
-  try {
+  return platform::guarded([&]() -> Boolean {
     std::lock_guard lock(centerMutex);
     observers().push_back({text, callback, context});
     return true;
-  } catch (...) {
-    return false;
-  }
+  });
 }
 
 void NCLocalCenterRemoveObserver(PVStringRef name, NCObserverCallBack callback,
@@ -56,14 +55,14 @@ void NCLocalCenterPost(PVStringRef name) noexcept {
   if (!text) return;
   pt::captureNotification(text, false);
   std::vector<Observer> called;
-  try {
+  bool listed = platform::guarded([&] {
     std::lock_guard lock(centerMutex);
     for (const Observer &o : observers()) {
       if (o.name == text) called.push_back(o);
     }
-  } catch (...) {
-    return;
-  }
+    return true;
+  });
+  if (!listed) return;
   for (const Observer &o : called) o.callback(name, o.context);
 }
 

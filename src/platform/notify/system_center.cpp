@@ -14,7 +14,8 @@
 #include <mutex>
 #include <string>
 
-#include "platform/support/capture.hpp"
+#include "platform/guard/guarded.hpp"
+#include "platform/testing/capture.hpp"
 #include "tarnwick/platform/notify.h"
 
 namespace {
@@ -87,15 +88,14 @@ void NCSystemCenterPost(PVStringRef name, Boolean /*deliverImmediately*/) noexce
   const char *text = PVStringGetCStringPtr(name);
   if (!text) return;
   pt::captureNotification(text, true);
-  try {
+  platform::guarded([&] {
     std::lock_guard lock(connectionMutex);
     sd_bus *bus = connect(systemBusAddress());
     if (!bus) return;
     if (sd_bus_emit_signal(bus, kPath, kInterface, kMember, "s", text) < 0 || !flush(bus)) {
       forget();
     }
-  } catch (...) {
-  }
+  });
 }
 
 }  // extern "C"

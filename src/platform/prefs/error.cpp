@@ -1,6 +1,8 @@
 // ZNError: the thread's last failure, kept like errno.
 #include "platform/prefs/error.hpp"
 
+#include "platform/prefs/database.hpp"
+
 namespace {
 
 thread_local int lastError = kZNStatusOK;
@@ -10,6 +12,18 @@ thread_local int lastError = kZNStatusOK;
 namespace zn {
 
 void setError(int code) noexcept { lastError = code; }
+
+int currentStatus() noexcept {
+  try {
+    throw;
+  } catch (const Failure &failure) {
+    return failure.code;
+  } catch (const sql::Error &error) {
+    return statusOf(error);
+  } catch (...) {
+    return kZNStatusFailed;
+  }
+}
 
 }  // namespace zn
 

@@ -14,7 +14,7 @@ namespace zn {
 [[noreturn]] void failFromErrno();
 
 // The whole file into `out`; false when it does not exist.
-bool readFile(const std::string &path, std::string &out);
+[[nodiscard]] bool readFile(const std::string &path, std::string &out);
 
 // Replaces directory/name with `contents`: a temporary file in the same
 // directory, fsync, rename over the old file, fsync of the directory. A
@@ -41,7 +41,7 @@ class TemporaryFile {
 
 // Makes a rename or a new file in `directory` durable; false when the sync
 // failed.
-bool syncDirectory(const std::string &directory);
+[[nodiscard]] bool syncDirectory(const std::string &directory);
 
 // An exclusive lock between processes, held through a dedicated lock file.
 //
@@ -72,7 +72,7 @@ class LockFile {
   // Takes the lock, waiting for it when `wait` is true; false when another
   // holder has it and `wait` is false. Throws kZNStatusLockFailed rather
   // than wait for a lock the calling thread holds.
-  bool acquire(bool wait);
+  [[nodiscard]] bool acquire(bool wait);
   void release() noexcept;
   bool held() const { return held_; }
 

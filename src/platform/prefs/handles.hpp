@@ -118,13 +118,13 @@ inline PVStringRef expectString(PVStringRef s) {
 // dictionary is kept as an immutable copy, so later changes by its maker
 // do not reach the session. kZNStatusInvalidArgument when it is no
 // dictionary or holds a value the store cannot keep.
-DictionaryRef storableConfiguration(PVDictionaryRef configuration);
+[[nodiscard]] DictionaryRef storableConfiguration(PVDictionaryRef configuration);
 
 // A new array with one new handle per item, each made by `make`. Made in
 // one allocation of the right size: growing it handle by handle would map
 // and unmap a large store's array on every listing.
 template <typename Items, typename Make>
-PVArrayRef createHandleArray(Items &items, Make make) {
+[[nodiscard]] PVArrayRef createHandleArray(Items &items, Make make) {
   std::vector<PVTypeRef> handles;
   handles.reserve(items.size());
   struct ReleaseHandles {

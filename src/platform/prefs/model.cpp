@@ -6,7 +6,7 @@
 
 #include "platform/prefs/error.hpp"
 #include "platform/prefs/service_body.hpp"
-#include "platform/support/uuid.hpp"
+#include "platform/prefs/uuid.hpp"
 
 namespace zn {
 

@@ -60,7 +60,7 @@ struct ServiceBody {
 
   Protocol *findProtocol(std::string_view type);
   // A chain of typed layers and protocols of distinct types.
-  bool isWhole() const;
+  [[nodiscard]] bool isWhole() const;
 };
 
 // The rows of one table: kept in position order (the order they were
@@ -123,7 +123,7 @@ class Rows {
 
   // A row read from the snapshot, which reads rows in position order; false
   // when its identifier is taken or its position is not above every other.
-  bool load(int64_t position, std::string id, T value) {
+  [[nodiscard]] bool load(int64_t position, std::string id, T value) {
     if (!rows_.empty() && position <= rows_.back()->first) return false;
     if (index_.contains(id)) return false;
     append(position, std::move(id), std::move(value));
@@ -281,6 +281,6 @@ struct Document {
 };
 
 // A fresh random identifier as a string value.
-StringRef newIdentifier();
+[[nodiscard]] StringRef newIdentifier();
 
 }  // namespace zn

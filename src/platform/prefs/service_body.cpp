@@ -47,10 +47,10 @@ StringRef typeAt(const json &object, Arena &arena) {
 
 DictionaryRef dictionaryAt(const json &value, Arena &arena) {
   if (!value.is_object()) corrupt();
-  std::string ignored;
-  auto keys = [&](std::string_view key) { return arena.name(key); };
+  pv::json::Failure ignored;
+  pv::json::Hooks hooks{[&](std::string_view key) { return arena.name(key); }, {}};
   auto dictionary = DictionaryRef::adopt(
-      static_cast<PVDictionaryRef>(pv::json::createFromJson(value, ignored, keys)));
+      static_cast<PVDictionaryRef>(pv::json::createFromJson(value, ignored, hooks)));
   // {"$data": ...} converts to data, which is no configuration either.
   if (!dictionary || PVGetTypeID(dictionary.get()) != PVDictionaryGetTypeID()) corrupt();
   return dictionary;

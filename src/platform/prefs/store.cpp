@@ -59,6 +59,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "platform/directory/directories.hpp"
 #include "platform/prefs/handles.hpp"
 #include "platform/prefs/tables.hpp"
 
@@ -89,16 +90,6 @@ ZNPreferences *openSession(const std::string &directory) {
   return session;
 }
 
-// Like mkdir -p, each new directory private to the user. Failures are left
-// for the open to report.
-void makeDirectories(const std::string &path) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos;
-       slash = path.find('/', slash + 1)) {
-    mkdir(path.substr(0, slash).c_str(), 0700);
-  }
-  mkdir(path.c_str(), 0700);
-}
-
 }  // namespace
 
 extern "C" {
@@ -108,7 +99,8 @@ ZNPreferencesRef ZNPreferencesCreate(void) noexcept {
     const char *directory = ZNStoreGetDirectory();
     if (!directory) fail(kZNStatusFailed);
     std::string path(directory);  // the pointer lives only until the next ZNStoreSetDirectory
-    makeDirectories(path);
+    // A failure is left for the open to report, with its own code.
+    (void)files::makeDirectories(path);
     return openSession(path);
   });
 }

@@ -63,7 +63,7 @@ void createStore(const std::string &directory, const std::string &path) {
   close(fd);
   TemporaryFile temporary(pattern);
   {
-    Database db(pattern);
+    Database db = openDatabase(pattern);
     db.execute("PRAGMA journal_mode=DELETE");  // leaves no journal beside the temporary file
     Transaction write(db, Transaction::kWrite);
     db.execute(kSchema);
@@ -71,10 +71,10 @@ void createStore(const std::string &directory, const std::string &path) {
                 ";PRAGMA user_version=" + std::to_string(kSchemaVersion))
                    .c_str());
     StringRef setId = newIdentifier();
-    Statement set(db.get(), "INSERT INTO sets(position, id, name) VALUES (1, ?, 'Default')");
+    Statement set(db, "INSERT INTO sets(position, id, name) VALUES (1, ?, 'Default')");
     set.bindText(1, text(setId.get()));
     set.run();
-    Statement store(db.get(), "INSERT INTO store VALUES (1, 1, 0, ?)");
+    Statement store(db, "INSERT INTO store VALUES (1, 1, 0, ?)");
     store.bindText(1, text(setId.get()));
     store.run();
     write.commit();
@@ -105,13 +105,13 @@ int64_t integerAt(const Statement &row, int column) {
 }
 
 int64_t storeColumn(Database &db, const char *sql) {
-  Statement row(db.get(), sql);
+  Statement row(db, sql);
   if (!row.step()) corrupt();
   return integerAt(row, 0);
 }
 
 void readSets(Database &db, Document &document) {
-  Statement row(db.get(), "SELECT position, id, name, selected FROM sets ORDER BY position");
+  Statement row(db, "SELECT position, id, name, selected FROM sets ORDER BY position");
   while (row.step()) {
     Set set;
     set.id = storedString(textAt(row, 1));
@@ -123,7 +123,7 @@ void readSets(Database &db, Document &document) {
 }
 
 void readServices(Database &db, Document &document) {
-  Statement row(db.get(),
+  Statement row(db,
                 "SELECT position, id, name, enabled, body FROM services ORDER BY position");
   while (row.step()) {
     StringRef id = storedString(textAt(row, 1));
@@ -141,7 +141,7 @@ void readServices(Database &db, Document &document) {
 }
 
 void readMembers(Database &db, Document &document) {
-  Statement row(db.get(), "SELECT position, set_id, service_id FROM members ORDER BY position");
+  Statement row(db, "SELECT position, set_id, service_id FROM members ORDER BY position");
   while (row.step()) {
     const int64_t position = integerAt(row, 0);
     Set *set = document.sets.find(textAt(row, 1));
@@ -168,14 +168,14 @@ void bindOptional(Statement &statement, int index, PVStringRef string) {
 }
 
 void writeSets(Database &db, const Document &document) {
-  Statement removeMember(db.get(), "DELETE FROM members WHERE position = ?");
-  Statement addMember(db.get(),
+  Statement removeMember(db, "DELETE FROM members WHERE position = ?");
+  Statement addMember(db,
                       "INSERT INTO members(position, set_id, service_id) VALUES (?, ?, ?)");
   Statement removeMembers(
-      db.get(), "DELETE FROM members WHERE set_id = (SELECT id FROM sets WHERE position = ?)");
-  Statement removeSet(db.get(), "DELETE FROM sets WHERE position = ?");
+      db, "DELETE FROM members WHERE set_id = (SELECT id FROM sets WHERE position = ?)");
+  Statement removeSet(db, "DELETE FROM sets WHERE position = ?");
   Statement writeSet(
-      db.get(), "INSERT OR REPLACE INTO sets(position, id, name, selected) VALUES (?, ?, ?, ?)");
+      db, "INSERT OR REPLACE INTO sets(position, id, name, selected) VALUES (?, ?, ?, ?)");
   for (const auto &[position, row] : document.sets) {
     for (int64_t member : row.value.members.removed()) {
       enterRowWrite();
@@ -215,8 +215,8 @@ void writeSets(Database &db, const Document &document) {
 }
 
 void writeServices(Database &db, const Document &document) {
-  Statement removeService(db.get(), "DELETE FROM services WHERE position = ?");
-  Statement writeService(db.get(),
+  Statement removeService(db, "DELETE FROM services WHERE position = ?");
+  Statement writeService(db,
                          "INSERT OR REPLACE INTO services(position, id, name, enabled, body)"
                          " VALUES (?, ?, ?, ?, ?)");
   for (int64_t position : document.services.removed()) {
@@ -241,17 +241,17 @@ void writeServices(Database &db, const Document &document) {
 
 Database openStore(const std::string &directory, LockFile &lock) {
   const std::string path = directory + "/" + kDatabaseName;
-  if (isStoreDatabase(path)) return Database(path);
+  if (isStoreDatabase(path)) return openDatabase(path);
   ScopedLock locked(lock);
   if (!isStoreDatabase(path)) createStore(directory, path);  // else another process was first
-  return Database(path);
+  return openDatabase(path);
 }
 
 Document readSnapshot(Database &db) {
   Transaction read(db, Transaction::kRead);
   Document document;
   {
-    Statement store(db.get(), "SELECT generation, applied, current_set FROM store");
+    Statement store(db, "SELECT generation, applied, current_set FROM store");
     if (!store.step()) corrupt();
     document.generation = integerAt(store, 0);
     const int64_t applied = integerAt(store, 1);
@@ -269,7 +269,7 @@ Document readSnapshot(Database &db) {
 void writeChanges(Database &db, const Document &document, int64_t generation) {
   writeServices(db, document);
   writeSets(db, document);
-  Statement store(db.get(), "UPDATE store SET generation = ?, current_set = ?");
+  Statement store(db, "UPDATE store SET generation = ?, current_set = ?");
   store.bind(1, generation);
   if (document.currentSet.empty()) {
     store.bindNull(2);

@@ -29,20 +29,20 @@ inline constexpr char kLockName[] = "preferences.lock";
 // place whole by a rename. A file that is not the store's database (not
 // SQLite, another application's, a newer schema) fails with
 // kZNStatusCorruptStore before SQLite opens it, so it is never written.
-Database openStore(const std::string &directory, LockFile &lock);
+[[nodiscard]] Database openStore(const std::string &directory, LockFile &lock);
 
 // The snapshot a session starts from, read in one transaction; throws
 // kZNStatusCorruptStore when the rows do not hold together. Service bodies
 // are decoded later, when first used.
-Document readSnapshot(Database &db);
+[[nodiscard]] Document readSnapshot(Database &db);
 
 // Writes what `document` changed since its snapshot, and `generation`, in
 // the caller's write transaction.
 void writeChanges(Database &db, const Document &document, int64_t generation);
 
 // The generation of the store now, and the one last applied.
-int64_t storedGeneration(Database &db);
-int64_t appliedGeneration(Database &db);
+[[nodiscard]] int64_t storedGeneration(Database &db);
+[[nodiscard]] int64_t appliedGeneration(Database &db);
 // Records the store's generation as applied.
 void recordApplied(Database &db);
 

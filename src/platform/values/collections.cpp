@@ -5,6 +5,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "platform/guard/guarded.hpp"
 #include "platform/values/object.hpp"
 
 namespace {
@@ -155,14 +156,7 @@ PVArray *asArray(PVArrayRef a) { return as<PVArray>(a, pv::Kind::Array); }
 PVDictionary *asDictionary(PVDictionaryRef d) { return as<PVDictionary>(d, pv::Kind::Dictionary); }
 PVSet *asSet(PVSetRef s) { return as<PVSet>(s, pv::Kind::Set); }
 
-template <typename F>
-auto guarded(F f) -> decltype(f()) {
-  try {
-    return f();
-  } catch (...) {
-    return nullptr;
-  }
-}
+using platform::guarded;
 
 }  // namespace
 
@@ -215,10 +209,7 @@ Boolean PVArrayContainsValue(PVArrayRef array, PVTypeRef value) noexcept {
 void PVArrayAppendValue(PVMutableArrayRef array, PVTypeRef value) noexcept {
   PVArray *a = asArray(array);
   if (!a || !a->isMutable || !value) return;
-  try {
-    a->append(value);
-  } catch (...) {
-  }
+  guarded([&] { a->append(value); });
 }
 
 void PVArrayRemoveValueAtIndex(PVMutableArrayRef array, PVIndex index) noexcept {
@@ -303,10 +294,7 @@ void PVDictionarySetValue(PVMutableDictionaryRef dictionary, PVTypeRef key,
                           PVTypeRef value) noexcept {
   PVDictionary *d = asDictionary(dictionary);
   if (!d || !d->isMutable || !key || !value) return;
-  try {
-    d->set(key, value);
-  } catch (...) {
-  }
+  guarded([&] { d->set(key, value); });
 }
 
 void PVDictionaryRemoveValue(PVMutableDictionaryRef dictionary, PVTypeRef key) noexcept {
@@ -351,10 +339,7 @@ Boolean PVSetContainsValue(PVSetRef set, PVTypeRef value) noexcept {
 void PVSetAddValue(PVMutableSetRef set, PVTypeRef value) noexcept {
   PVSet *s = asSet(set);
   if (!s || !s->isMutable || !value) return;
-  try {
-    s->add(value);
-  } catch (...) {
-  }
+  guarded([&] { s->add(value); });
 }
 
 }  // extern "C"

@@ -2,11 +2,15 @@
 // nesting limit keeps a hostile file from exhausting the stack.
 #include "platform/values/json.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <string_view>
 
+#include "platform/encoding/base64.hpp"
+#include "platform/guard/guarded.hpp"
+#include "tarnwick/platform/json.h"
 #include "tarnwick/platform/ref.hpp"
 
 namespace pv::json {
@@ -16,61 +20,28 @@ using nlohmann::json;
 
 constexpr int kMaxDepth = 256;
 constexpr std::string_view kDataKey = "$data";
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr std::string_view kFileKey = "$file";
 
 struct Unconvertible {
+  explicit Unconvertible(std::string why) : reason(std::move(why)) {}
   std::string reason;
+  std::string path;  // filled in on the way out, innermost part first
 };
 
-std::string base64Encode(const uint8_t *bytes, size_t length) {
-  std::string out;
-  out.reserve((length + 2) / 3 * 4);
-  for (size_t i = 0; i < length; i += 3) {
-    uint32_t chunk = uint32_t(bytes[i]) << 16;
-    if (i + 1 < length) chunk |= uint32_t(bytes[i + 1]) << 8;
-    if (i + 2 < length) chunk |= bytes[i + 2];
-    out += kAlphabet[(chunk >> 18) & 63];
-    out += kAlphabet[(chunk >> 12) & 63];
-    out += i + 1 < length ? kAlphabet[(chunk >> 6) & 63] : '=';
-    out += i + 2 < length ? kAlphabet[chunk & 63] : '=';
-  }
-  return out;
+// The path of a member `key` (or an element "[i]") holding `inner`.
+std::string joinPath(const std::string &part, const std::string &inner) {
+  if (inner.empty()) return part;
+  return inner.front() == '[' ? part + inner : part + "." + inner;
 }
 
-int base64Digit(char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  if (c == '/') return 63;
-  return -1;
+std::string_view bytesOf(PVDataRef data) {
+  return {reinterpret_cast<const char *>(PVDataGetBytePtr(data)),
+          static_cast<size_t>(PVDataGetLength(data))};
 }
 
-// Strict: padded to a multiple of four, no whitespace, no stray bits.
-std::basic_string<uint8_t> base64Decode(std::string_view text) {
-  const Unconvertible bad{"a \"$data\" value is not valid base64"};
-  if (text.size() % 4 != 0) throw bad;
-  size_t padding = 0;
-  while (padding < 2 && padding < text.size() && text[text.size() - 1 - padding] == '=') ++padding;
-  std::basic_string<uint8_t> out;
-  out.reserve(text.size() / 4 * 3);
-  for (size_t i = 0; i < text.size(); i += 4) {
-    uint32_t chunk = 0;
-    for (size_t j = 0; j < 4; ++j) {
-      bool isPadding = i + j >= text.size() - padding;
-      int digit = isPadding ? 0 : base64Digit(text[i + j]);
-      if (digit < 0) throw bad;
-      chunk = chunk << 6 | uint32_t(digit);
-    }
-    out += uint8_t(chunk >> 16);
-    if (i + 4 < text.size() || padding < 2) out += uint8_t(chunk >> 8);
-    if (i + 4 < text.size() || padding < 1) out += uint8_t(chunk);
-    bool lastChunk = i + 4 == text.size();
-    if (lastChunk && ((padding == 1 && (chunk & 0xFF)) || (padding == 2 && (chunk & 0xFFFF)))) {
-      throw bad;
-    }
-  }
-  return out;
+PVDataRef dataOf(std::string_view bytes) {
+  return PVDataCreate(reinterpret_cast<const uint8_t *>(bytes.data()),
+                      static_cast<PVIndex>(bytes.size()));
 }
 
 std::string text(PVStringRef s) {
@@ -97,8 +68,7 @@ json toJsonAt(PVTypeRef value, int depth) {
   }
   if (type == PVDataGetTypeID()) {
     auto data = static_cast<PVDataRef>(value);
-    return json{{kDataKey,
-                 base64Encode(PVDataGetBytePtr(data), static_cast<size_t>(PVDataGetLength(data)))}};
+    return json{{kDataKey, base64::encode(bytesOf(data))}};
   }
   if (type == PVArrayGetTypeID()) {
     auto array = static_cast<PVArrayRef>(value);
@@ -130,35 +100,56 @@ json toJsonAt(PVTypeRef value, int depth) {
   throw Unconvertible{"a value of this kind cannot be stored"};
 }
 
-PVTypeRef fromJsonAt(const json &value, int depth, const KeyStrings &keys);
+PVTypeRef fromJsonAt(const json &value, int depth, const Hooks &hooks);
 
-PVTypeRef dictionaryFromJson(const json &object, int depth, const KeyStrings &keys) {
-  if (object.size() == 1 && object.contains(kDataKey)) {
-    const json &encoded = object.at(kDataKey);
-    if (!encoded.is_string()) throw Unconvertible{"a \"$data\" value is not a string"};
-    auto bytes = base64Decode(encoded.get_ref<const std::string &>());
-    return PVDataCreate(bytes.data(), static_cast<PVIndex>(bytes.size()));
+// The data of a {"$data": …} or {"$file": …} object; null for any other.
+PVTypeRef specialData(const json &object, const Hooks &hooks) {
+  if (object.size() != 1) return nullptr;
+  bool isData = object.contains(kDataKey);
+  if (!isData && !(hooks.readFile && object.contains(kFileKey))) return nullptr;
+  const json &text = object.begin().value();
+  if (!text.is_string()) {
+    throw Unconvertible{isData ? "\"$data\" is not a string" : "\"$file\" is not a string"};
   }
+  const auto &string = text.get_ref<const std::string &>();
+  if (isData) {
+    auto bytes = base64::decode(string);
+    if (!bytes) throw Unconvertible{"\"$data\" is not valid base64"};
+    return dataOf(*bytes);
+  }
+  std::string reason;
+  PVDataRef data = hooks.readFile(string, reason);
+  if (!data) throw Unconvertible{reason};
+  return data;
+}
+
+PVTypeRef dictionaryFromJson(const json &object, int depth, const Hooks &hooks) {
+  if (PVTypeRef data = specialData(object, hooks)) return data;
   auto out = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutable());
   for (const auto &[key, member] : object.items()) {
-    auto k = keys ? Ref<PVStringRef>::retain(keys(key))
-                  : Ref<PVStringRef>::adopt(PVStringCreateWithBytes(
-                        reinterpret_cast<const uint8_t *>(key.data()),
-                        static_cast<PVIndex>(key.size()), kPVStringEncodingUTF8));
-    if (!k) throw Unconvertible{"a dictionary key is not valid UTF-8"};
-    auto v = Ref<PVTypeRef>::adopt(fromJsonAt(member, depth + 1, keys));
-    if (!out) throw std::bad_alloc();
-    PVDictionarySetValue(out.get(), k.get(), v.get());
+    try {
+      auto k = hooks.keys ? Ref<PVStringRef>::retain(hooks.keys(key))
+                          : Ref<PVStringRef>::adopt(PVStringCreateWithBytes(
+                                reinterpret_cast<const uint8_t *>(key.data()),
+                                static_cast<PVIndex>(key.size()), kPVStringEncodingUTF8));
+      if (!k) throw Unconvertible{"a key that is not UTF-8, or holds a NUL"};
+      auto v = Ref<PVTypeRef>::adopt(fromJsonAt(member, depth + 1, hooks));
+      if (!out) throw std::bad_alloc();
+      PVDictionarySetValue(out.get(), k.get(), v.get());
+    } catch (Unconvertible &failure) {
+      failure.path = joinPath(key, failure.path);
+      throw;
+    }
   }
   return out.release();
 }
 
-PVTypeRef fromJsonAt(const json &value, int depth, const KeyStrings &keys) {
+PVTypeRef fromJsonAt(const json &value, int depth, const Hooks &hooks) {
   if (depth > kMaxDepth) throw Unconvertible{"values are nested too deeply"};
   PVTypeRef out = nullptr;
   switch (value.type()) {
     case json::value_t::null:
-      throw Unconvertible{"null has no property value"};
+      throw Unconvertible{"null is not a property value"};
     case json::value_t::boolean:
       return value.get<bool>() ? kPVBooleanTrue : kPVBooleanFalse;
     case json::value_t::number_integer:
@@ -167,7 +158,7 @@ PVTypeRef fromJsonAt(const json &value, int depth, const KeyStrings &keys) {
     case json::value_t::number_unsigned: {
       uint64_t u = value.get<uint64_t>();
       if (u > uint64_t(std::numeric_limits<int64_t>::max())) {
-        throw Unconvertible{"an integer is too large"};
+        throw Unconvertible{"an integer beyond the 64-bit range"};
       }
       out = PVNumberCreateWithInt64(int64_t(u));
       break;
@@ -179,20 +170,25 @@ PVTypeRef fromJsonAt(const json &value, int depth, const KeyStrings &keys) {
       const auto &s = value.get_ref<const std::string &>();
       out = PVStringCreateWithBytes(reinterpret_cast<const uint8_t *>(s.data()),
                                     static_cast<PVIndex>(s.size()), kPVStringEncodingUTF8);
-      if (!out) throw Unconvertible{"a string is not valid UTF-8"};
+      if (!out) throw Unconvertible{"text that is not UTF-8, or holds a NUL"};
       break;
     }
     case json::value_t::array: {
       auto array = Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());
       if (!array) throw std::bad_alloc();
-      for (const json &item : value) {
-        auto v = Ref<PVTypeRef>::adopt(fromJsonAt(item, depth + 1, keys));
-        PVArrayAppendValue(array.get(), v.get());
+      for (size_t i = 0; i < value.size(); ++i) {
+        try {
+          auto v = Ref<PVTypeRef>::adopt(fromJsonAt(value[i], depth + 1, hooks));
+          PVArrayAppendValue(array.get(), v.get());
+        } catch (Unconvertible &failure) {
+          failure.path = joinPath("[" + std::to_string(i) + "]", failure.path);
+          throw;
+        }
       }
       return array.release();
     }
     case json::value_t::object:
-      out = dictionaryFromJson(value, depth, keys);
+      out = dictionaryFromJson(value, depth, hooks);
       break;
     default:
       throw Unconvertible{"a JSON value of this kind has no property value"};
@@ -224,27 +220,108 @@ bool toJson(PVTypeRef value, nlohmann::json &out, std::string &error) noexcept {
   return false;
 }
 
-PVTypeRef createFromJson(const nlohmann::json &json, std::string &error,
-                         const KeyStrings &keys) noexcept {
+PVTypeRef createFromJson(const nlohmann::json &json, Failure &failure,
+                         const Hooks &hooks) noexcept {
   try {
-    return fromJsonAt(json, 0, keys);
-  } catch (const Unconvertible &failure) {
-    report(error, failure.reason);
+    return fromJsonAt(json, 0, hooks);
+  } catch (const Unconvertible &unconvertible) {
+    report(failure.reason, unconvertible.reason);
+    report(failure.path, unconvertible.path);
   } catch (...) {
-    report(error, "out of memory");
+    report(failure.reason, "out of memory");
   }
   return nullptr;
 }
 
 }  // namespace pv::json
 
-extern "C" PVStringRef PVCreateJSONString(PVTypeRef value) noexcept {
+namespace {
+
+// 1-based line and column of a byte offset.
+std::pair<size_t, size_t> lineAndColumn(std::string_view text, size_t offset) {
+  offset = std::min(offset, text.size());
+  size_t line = 1;
+  size_t lineStart = 0;
+  for (size_t i = 0; i < offset; ++i) {
+    if (text[i] == '\n') {
+      ++line;
+      lineStart = i + 1;
+    }
+  }
+  return {line, offset - lineStart + 1};
+}
+
+PVStringRef newString(const std::string &text) { return PVStringCreateWithCString(text.c_str()); }
+
+void reportFailure(PVJSONError *error, size_t line, size_t column, const std::string *path,
+                   const std::string &reason) {
+  if (!error) return;
+  error->line = static_cast<PVIndex>(line);
+  error->column = static_cast<PVIndex>(column);
+  error->path = path ? newString(*path) : nullptr;
+  error->reason = newString(reason);
+}
+
+}  // namespace
+
+extern "C" {
+
+PVTypeRef PVCreateWithJSONText(const char *text, PVIndex length, PVJSONFileReader readFile,
+                               void *context, PVJSONError *error) noexcept {
+  if (error) *error = PVJSONError{0, 0, nullptr, nullptr};
+  if (!text || length < 0) return nullptr;
+  return platform::guarded([&]() -> PVTypeRef {
+    std::string_view source(text, static_cast<size_t>(length));
+    nlohmann::json document;
+    try {
+      document = nlohmann::json::parse(source);
+    } catch (const nlohmann::json::parse_error &failure) {
+      // The parser counts the bytes it read; the last one read is the culprit.
+      auto [line, column] = lineAndColumn(source, failure.byte == 0 ? 0 : failure.byte - 1);
+      std::string what = failure.what();
+      size_t at = what.find("column ");
+      at = at == std::string::npos ? std::string::npos : what.find(": ", at);
+      if (at != std::string::npos) what = what.substr(at + 2);
+      reportFailure(error, line, column, nullptr, what);
+      return nullptr;
+    }
+    pv::json::Hooks hooks;
+    if (readFile) {
+      hooks.readFile = [&](std::string_view path, std::string &reason) -> PVDataRef {
+        auto name = pv::Ref<PVStringRef>::adopt(newString(std::string(path)));
+        PVStringRef why = nullptr;
+        PVDataRef data = name ? readFile(name.get(), context, &why) : nullptr;
+        if (!data) reason = why ? PVStringGetCStringPtr(why) : "the file cannot be read";
+        PVRelease(why);
+        return data;
+      };
+    }
+    pv::json::Failure failure;
+    PVTypeRef value = pv::json::createFromJson(document, failure, hooks);
+    if (!value) reportFailure(error, 0, 0, &failure.path, failure.reason);
+    return value;
+  });
+}
+
+PVStringRef PVCreateJSONString(PVTypeRef value) noexcept {
   nlohmann::json json;
   std::string ignored;
   if (!pv::json::toJson(value, json, ignored)) return nullptr;
-  try {
-    return PVStringCreateWithCString(json.dump().c_str());
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return newString(json.dump()); });
 }
+
+PVStringRef PVStringCreateBase64WithData(PVDataRef data) noexcept {
+  if (PVGetTypeID(data) != PVDataGetTypeID()) return nullptr;
+  return platform::guarded([&] { return newString(pv::base64::encode(pv::json::bytesOf(data))); });
+}
+
+PVDataRef PVDataCreateWithBase64String(PVStringRef text) noexcept {
+  if (PVGetTypeID(text) != PVStringGetTypeID()) return nullptr;
+  return platform::guarded([&]() -> PVDataRef {
+    auto bytes = pv::base64::decode(
+        {PVStringGetCStringPtr(text), static_cast<size_t>(PVStringGetUTF8Length(text))});
+    return bytes ? pv::json::dataOf(*bytes) : nullptr;
+  });
+}
+
+}  // extern "C"

@@ -1,15 +1,6 @@
-// Property values as JSON, for the preferences documents and payload files.
-//
-//   dictionary  <->  object (string keys only)
-//   array       <->  array
-//   string      <->  string
-//   integer     <->  integer, floating number <-> number with a fraction or
-//                    exponent: the two stay apart through a round trip
-//   boolean     <->  true / false (the shared kPVBooleanTrue / kPVBooleanFalse)
-//   data        <->  {"$data": "<base64>"}
-//
-// Sets, platform handles, JSON null and non-finite numbers have no
-// counterpart. Neither function throws: a failure comes back as a reason.
+// Property values as JSON (tarnwick/platform/json.h gives the mapping), for
+// the store's service bodies and, through the public functions, the tool.
+// Neither function throws: a failure comes back as a reason.
 #pragma once
 
 #include <functional>
@@ -23,16 +14,30 @@ namespace pv::json {
 
 // The JSON form of `value` into `out`; false with a reason in `error` when
 // the value, or anything inside it, has no JSON form.
-bool toJson(PVTypeRef value, nlohmann::json &out, std::string &error) noexcept;
+[[nodiscard]] bool toJson(PVTypeRef value, nlohmann::json &out, std::string &error) noexcept;
 
 // Gives the string for a dictionary key, borrowed, or null when the text
 // cannot be one. A caller decoding many dictionaries can hand out one string
 // per distinct key instead of a new one each time.
 using KeyStrings = std::function<PVStringRef(std::string_view text)>;
+// The data a {"$file": path} object stands for (the caller releases it), or
+// null with a reason.
+using FileReader = std::function<PVDataRef(std::string_view path, std::string &reason)>;
 
-// A new value for `json` (the caller releases it), or null with a reason in
-// `error`. Dictionary keys come from `keys` when given.
-PVTypeRef createFromJson(const nlohmann::json &json, std::string &error,
-                         const KeyStrings &keys = {}) noexcept;
+struct Hooks {
+  KeyStrings keys;
+  FileReader readFile;  // without one, {"$file": …} is an ordinary dictionary
+};
+
+// Why a JSON value has no property value, and where: the key path to it.
+struct Failure {
+  std::string path;
+  std::string reason;
+};
+
+// A new value for `json` (the caller releases it), or null with `failure`
+// filled in.
+[[nodiscard]] PVTypeRef createFromJson(const nlohmann::json &json, Failure &failure,
+                         const Hooks &hooks = {}) noexcept;
 
 }  // namespace pv::json

@@ -3,6 +3,8 @@
 
 #include <climits>
 
+#include "platform/guard/guarded.hpp"
+
 namespace pv {
 
 void PVObject::describe(std::string &out) const {
@@ -47,12 +49,10 @@ PVHashCode PVHash(PVTypeRef value) noexcept { return value ? pv::object(value)->
 PVStringRef PVCopyDescription(PVTypeRef value) noexcept {
   if (!value) return nullptr;
   std::string text;
-  try {
+  return platform::guarded([&]() -> PVStringRef {
     pv::object(value)->describe(text);
     return new PVString(std::move(text), false);
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVTypeID PVStringGetTypeID(void) noexcept { return static_cast<PVTypeID>(pv::Kind::String); }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/guard/guarded.hpp"
 #include "platform/values/object.hpp"
 
 struct PVData : pv::PVObject {
@@ -17,7 +18,9 @@ struct PVData : pv::PVObject {
   size_t length() const { return capacity ? fixedLength : bytes.size(); }
   bool equals(const PVObject &other) const override {
     const auto &o = static_cast<const PVData &>(other);
-    return length() == o.length() && std::memcmp(data(), o.data(), length()) == 0;
+    // memcmp must not see the null pointer of an empty vector, even for 0 bytes.
+    return length() == o.length() &&
+           (length() == 0 || std::memcmp(data(), o.data(), length()) == 0);
   }
   size_t hash() const override {
     return std::hash<std::string_view>{}(
@@ -118,30 +121,20 @@ const PVBooleanRef kPVBooleanFalse = &theFalse;
 
 PVDataRef PVDataCreate(const uint8_t *bytes, PVIndex length) noexcept {
   if (length < 0 || (!bytes && length > 0)) return nullptr;
-  try {
-    return new PVData(bytes, static_cast<size_t>(length), false, 0);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded(
+      [&] { return new PVData(bytes, static_cast<size_t>(length), false, 0); });
 }
 
 PVMutableDataRef PVDataCreateMutable(PVIndex capacity) noexcept {
   if (capacity < 0) return nullptr;
-  try {
-    return new PVData(nullptr, 0, true, static_cast<size_t>(capacity));
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded(
+      [&] { return new PVData(nullptr, 0, true, static_cast<size_t>(capacity)); });
 }
 
 PVMutableDataRef PVDataCreateMutableCopy(PVDataRef data) noexcept {
   const PVData *d = asData(data);
   if (!d) return nullptr;
-  try {
-    return new PVData(d->data(), d->length(), true, 0);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVData(d->data(), d->length(), true, 0); });
 }
 
 PVIndex PVDataGetLength(PVDataRef data) noexcept {
@@ -163,20 +156,19 @@ uint8_t *PVDataGetMutableBytePtr(PVMutableDataRef data) noexcept {
 void PVDataSetLength(PVMutableDataRef data, PVIndex length) noexcept {
   PVData *d = asMutableData(data);
   if (!d || length < 0) return;
-  try {
+  platform::guarded([&] {
     if (d->capacity) {
       if (static_cast<size_t>(length) <= d->capacity) d->fixedLength = static_cast<size_t>(length);
     } else {
       d->bytes.resize(static_cast<size_t>(length), 0);
     }
-  } catch (...) {
-  }
+  });
 }
 
 void PVDataAppendBytes(PVMutableDataRef data, const uint8_t *bytes, PVIndex length) noexcept {
   PVData *d = asMutableData(data);
   if (!d || !bytes || length <= 0) return;
-  try {
+  platform::guarded([&] {
     if (d->capacity) {
       if (d->fixedLength + static_cast<size_t>(length) > d->capacity) return;
       std::memcpy(d->storage.data() + d->fixedLength, bytes, static_cast<size_t>(length));
@@ -184,24 +176,15 @@ void PVDataAppendBytes(PVMutableDataRef data, const uint8_t *bytes, PVIndex leng
     } else {
       d->bytes.insert(d->bytes.end(), bytes, bytes + length);
     }
-  } catch (...) {
-  }
+  });
 }
 
 PVNumberRef PVNumberCreateWithInt64(int64_t value) noexcept {
-  try {
-    return new PVNumber(value);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVNumber(value); });
 }
 
 PVNumberRef PVNumberCreateWithDouble(double value) noexcept {
-  try {
-    return new PVNumber(value);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVNumber(value); });
 }
 
 PVNumberRef PVNumberCreate(PVNumberType type, const void *value) noexcept {

@@ -2,8 +2,10 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
-#include "platform/support/utf.hpp"
+#include "platform/guard/guarded.hpp"
+#include "platform/encoding/utf.hpp"
 #include "platform/values/object.hpp"
 
 PVString::PVString(std::string text, bool mutableString)
@@ -37,14 +39,23 @@ namespace {
 const PVString *asString(PVStringRef s) { return s && s->kind == pv::Kind::String ? s : nullptr; }
 
 PVStringRef makeString(std::string text) {
-  try {
-    return new PVString(std::move(text), false);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVString(std::move(text), false); });
 }
 
-bool byteSwapped(PVStringEncoding encoding) {
+// The encoding as a number, read without an enum load: a C caller may pass
+// any int, and reading one out of range as the enum type is undefined.
+using EncodingNumber = std::underlying_type_t<PVStringEncoding>;
+EncodingNumber numberOf(const PVStringEncoding &encoding) {
+  EncodingNumber number;
+  std::memcpy(&number, &encoding, sizeof number);
+  return number;
+}
+
+bool isKnown(EncodingNumber encoding) {
+  return encoding >= kPVStringEncodingUTF8 && encoding <= kPVStringEncodingUTF16BE;
+}
+
+bool byteSwapped(EncodingNumber encoding) {
   constexpr bool little = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
   return (encoding == kPVStringEncodingUTF16LE && !little) ||
          (encoding == kPVStringEncodingUTF16BE && little);
@@ -143,10 +154,21 @@ PVStringRef PVStringCreateWithCString(const char *utf8) noexcept {
   return makeString(utf8);
 }
 
+PVStringRef PVStringCreateConstant(const char *text, PVIndex length) noexcept {
+  if (!text || length < 0) return nullptr;
+  std::string_view literal(text, static_cast<size_t>(length));
+  if (!pv::utf::isValidUtf8(literal) || literal.find('\0') != std::string_view::npos) {
+    return nullptr;
+  }
+  return platform::guarded([&] { return new PVString(text, literal.size()); });
+}
+
 PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
-                                    PVStringEncoding encoding) noexcept {
+                                    PVStringEncoding requested) noexcept {
   if (count < 0 || (!bytes && count > 0)) return nullptr;
-  try {
+  const EncodingNumber encoding = numberOf(requested);
+  if (!isKnown(encoding)) return nullptr;
+  return platform::guarded([&]() -> PVStringRef {
     if (encoding == kPVStringEncodingUTF8) {
       std::string_view text(reinterpret_cast<const char *>(bytes), static_cast<size_t>(count));
       if (!pv::utf::isValidUtf8(text) || text.find('\0') != std::string_view::npos) {
@@ -154,7 +176,6 @@ PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
       }
       return makeString(std::string(text));
     }
-    if (encoding < kPVStringEncodingUTF16 || encoding > kPVStringEncodingUTF16BE) return nullptr;
     // An odd trailing byte is not a whole code unit and is dropped.
     std::u16string units(static_cast<size_t>(count) / 2, u'\0');
     if (!units.empty()) std::memcpy(units.data(), bytes, units.size() * 2);
@@ -163,28 +184,24 @@ PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
     }
     return PVStringCreateWithCharacters(reinterpret_cast<const uint16_t *>(units.data()),
                                         static_cast<PVIndex>(units.size()));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVStringRef PVStringCreateWithCharacters(const uint16_t *chars, PVIndex count) noexcept {
   if (count < 0 || (!chars && count > 0)) return nullptr;
-  try {
+  return platform::guarded([&]() -> PVStringRef {
     std::string text;
     if (!pv::utf::utf16ToUtf8(reinterpret_cast<const char16_t *>(chars), static_cast<size_t>(count),
                               text)) {
       return nullptr;
     }
     return makeString(std::move(text));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVStringRef PVStringCreateWithFormatAndArguments(const char *fmt, va_list args) noexcept {
   if (!fmt) return nullptr;
-  try {
+  return platform::guarded([&]() -> PVStringRef {
     std::string out;
     va_list copy;
     va_copy(copy, args);
@@ -192,9 +209,7 @@ PVStringRef PVStringCreateWithFormatAndArguments(const char *fmt, va_list args) 
     va_end(copy);
     if (!ok || !pv::utf::isValidUtf8(out)) return nullptr;
     return makeString(std::move(out));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVStringRef PVStringCreateWithFormat(const char *fmt, ...) noexcept {
@@ -224,12 +239,11 @@ void PVStringGetCharacters(PVStringRef string, PVIndex start, PVIndex count,
       static_cast<size_t>(start + count) > s->utf16Count) {
     return;
   }
-  try {
+  platform::guarded([&] {
     std::u16string units;
-    pv::utf::utf8ToUtf16(s->text(), units);
+    (void)pv::utf::utf8ToUtf16(s->text(), units);  // a string's text is valid UTF-8 by construction
     std::memcpy(buffer, units.data() + start, static_cast<size_t>(count) * 2);
-  } catch (...) {
-  }
+  });
 }
 
 const char *PVStringGetCStringPtr(PVStringRef string) noexcept {
@@ -243,34 +257,29 @@ PVIndex PVStringGetUTF8Length(PVStringRef string) noexcept {
 }
 
 PVDataRef PVStringCreateExternalRepresentation(PVStringRef string,
-                                               PVStringEncoding encoding) noexcept {
+                                               PVStringEncoding requested) noexcept {
   const PVString *s = asString(string);
   if (!s) return nullptr;
-  try {
+  const EncodingNumber encoding = numberOf(requested);
+  if (!isKnown(encoding)) return nullptr;
+  return platform::guarded([&]() -> PVDataRef {
     if (encoding == kPVStringEncodingUTF8) {
       std::string_view text = s->text();
       return PVDataCreate(reinterpret_cast<const uint8_t *>(text.data()),
                           static_cast<PVIndex>(text.size()));
     }
-    if (encoding < kPVStringEncodingUTF16 || encoding > kPVStringEncodingUTF16BE) return nullptr;
     std::u16string units;
-    pv::utf::utf8ToUtf16(s->text(), units);
+    (void)pv::utf::utf8ToUtf16(s->text(), units);  // valid UTF-8 by construction
     if (byteSwapped(encoding)) {
       for (char16_t &u : units) u = static_cast<char16_t>((u >> 8) | (u << 8));
     }
     return PVDataCreate(reinterpret_cast<const uint8_t *>(units.data()),
                         static_cast<PVIndex>(units.size() * 2));
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 PVMutableStringRef PVStringCreateMutable(void) noexcept {
-  try {
-    return new PVString(std::string(), true);
-  } catch (...) {
-    return nullptr;
-  }
+  return platform::guarded([&] { return new PVString(std::string(), true); });
 }
 
 void PVStringAppend(PVMutableStringRef string, PVStringRef appended) noexcept {
@@ -283,10 +292,7 @@ void PVStringAppendCString(PVMutableStringRef string, const char *utf8) noexcept
       !pv::utf::isValidUtf8(utf8)) {
     return;
   }
-  try {
-    string->assign(string->owned + utf8);
-  } catch (...) {
-  }
+  platform::guarded([&] { string->assign(string->owned + utf8); });
 }
 
 }  // extern "C"

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/coffer/database.hpp"
 #include "support/pkcs12_fixtures.hpp"
 #include "support/test_support.hpp"
 #include "tarnwick/platform/coffer.h"
@@ -44,6 +45,18 @@ TEST_F(CofferStore, CreatesItsDirectoryAndFilePrivateToTheUser) {
   for (const auto &entry : std::filesystem::directory_iterator(nested)) {
     EXPECT_EQ(entry.path().filename(), "coffer.db");
   }
+}
+
+// A stored secret is durable once the call returns, and several processes
+// write the Coffer: a rollback journal (never WAL) and synchronous=FULL.
+TEST_F(CofferStore, DatabaseIsOpenedWithTheDurabilityTheCofferPromises) {
+  vlt::Database coffer(storeDir());
+  auto pragma = [&](const char *sql) {
+    sql::Statement statement(coffer.connection(), sql);
+    return statement.step() ? std::string(statement.bytes(0)) : std::string();
+  };
+  EXPECT_EQ(pragma("PRAGMA journal_mode"), "delete");
+  EXPECT_EQ(pragma("PRAGMA synchronous"), "2");
 }
 
 TEST_F(CofferStore, DamagedFileFailsEveryOperationAndIsLeftAsItWas) {

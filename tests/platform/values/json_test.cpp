@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
+#include <vector>
 
 #include "platform/prefs/support.hpp"
+#include "tarnwick/platform/json.h"
 
 namespace {
 
@@ -14,10 +17,29 @@ using tw::test::Ref;
 using tw::test::text;
 
 Ref<PVTypeRef> fromJson(const json &value, std::string *error = nullptr) {
-  std::string reason;
-  auto out = Ref<PVTypeRef>::adopt(pv::json::createFromJson(value, reason));
-  if (error) *error = reason;
+  pv::json::Failure failure;
+  auto out = Ref<PVTypeRef>::adopt(pv::json::createFromJson(value, failure));
+  if (error) *error = failure.reason;
   return out;
+}
+
+// The public reader: the value, or the failure as "line:column: reason" for
+// a syntax error and "path: reason" otherwise.
+std::pair<Ref<PVTypeRef>, std::string> fromText(const std::string &text,
+                                                PVJSONFileReader readFile = nullptr,
+                                                void *context = nullptr) {
+  PVJSONError error;
+  auto value = Ref<PVTypeRef>::adopt(PVCreateWithJSONText(
+      text.data(), static_cast<PVIndex>(text.size()), readFile, context, &error));
+  std::string failure;
+  if (error.reason) {
+    failure = error.path ? tw::test::textOf(error.path) + ": "
+                         : std::to_string(error.line) + ":" + std::to_string(error.column) + ": ";
+    failure += tw::test::textOf(error.reason);
+  }
+  PVRelease(error.path);
+  PVRelease(error.reason);
+  return {std::move(value), failure};
 }
 
 TEST(PvJson, EveryKindRoundTripsKeepingIntegersAndDoublesApart) {
@@ -94,9 +116,9 @@ TEST(PvJson, DictionaryKeysComeFromTheCallersStringsWhenGiven) {
     ++asked;
     return key == "key" ? shared.get() : nullptr;
   };
-  std::string error;
+  pv::json::Failure error;
   auto value = Ref<PVTypeRef>::adopt(
-      pv::json::createFromJson(json::parse(R"({"key": [{"key": 1}]})"), error, keys));
+      pv::json::createFromJson(json::parse(R"({"key": [{"key": 1}]})"), error, {keys, {}}));
   ASSERT_TRUE(value);
   EXPECT_EQ(asked, 2);
   auto outer = static_cast<PVDictionaryRef>(value.get());
@@ -109,8 +131,62 @@ TEST(PvJson, DictionaryKeysComeFromTheCallersStringsWhenGiven) {
   PVDictionaryGetKeysAndValues(inner, &innerKey, nullptr);
   EXPECT_EQ(innerKey, shared.get());
 
-  EXPECT_FALSE(pv::json::createFromJson(json::parse(R"({"other": 1})"), error, keys));
-  EXPECT_FALSE(error.empty());
+  pv::json::Failure failure;
+  EXPECT_FALSE(pv::json::createFromJson(json::parse(R"({"other": 1})"), failure, {keys, {}}));
+  EXPECT_EQ(failure.path, "other");
+}
+
+// Failures name where they are: a syntax error by line and column, a value
+// by its key path; a string holding a NUL is refused, never cut short.
+TEST(PvJson, TextReaderSaysWhereItFailed) {
+  EXPECT_EQ(fromText("{\n  \"a\": 1,\n  \"b\": 2,}").second.rfind("3:10: syntax error", 0), 0u);
+  EXPECT_EQ(fromText(R"({"PPP": {"list": [1, {"x": null}]}})").second,
+            "PPP.list[1].x: null is not a property value");
+  EXPECT_EQ(fromText(R"([{"$data": "AB=="}])").second, "[0]: \"$data\" is not valid base64");
+  EXPECT_EQ(fromText(R"({"s": "a\u0000b"})").second, "s: text that is not UTF-8, or holds a NUL");
+  EXPECT_TRUE(fromText("").second.rfind("1:1: ", 0) == 0);
+  EXPECT_FALSE(PVCreateWithJSONText(nullptr, 0, nullptr, nullptr, nullptr));
+}
+
+// {"$file": …} goes to the caller's reader, which may refuse with a reason;
+// without a reader it is an ordinary dictionary.
+TEST(PvJson, FileObjectsGoToTheCallersReader) {
+  struct Reads {
+    std::vector<std::string> paths;
+  } reads;
+  PVJSONFileReader reader = [](PVStringRef path, void *context, PVStringRef *reason) -> PVDataRef {
+    std::string name = tw::test::textOf(path);
+    static_cast<Reads *>(context)->paths.push_back(name);
+    if (name == "good") return PVDataCreate(reinterpret_cast<const uint8_t *>("xy"), 2);
+    *reason = PVStringCreateWithCString("no such file");
+    return nullptr;
+  };
+  auto [value, failure] = fromText(R"({"a": {"$file": "good"}})", reader, &reads);
+  ASSERT_TRUE(value) << failure;
+  auto data = static_cast<PVDataRef>(
+      PVDictionaryGetValue(static_cast<PVDictionaryRef>(value.get()), text("a").get()));
+  ASSERT_EQ(PVGetTypeID(data), PVDataGetTypeID());
+  EXPECT_EQ(PVDataGetLength(data), 2);
+  EXPECT_EQ(fromText(R"({"a": {"$file": "bad"}})", reader, &reads).second, "a: no such file");
+  EXPECT_EQ(reads.paths, (std::vector<std::string>{"good", "bad"}));
+  auto plain = fromText(R"({"$file": "good"})").first;
+  EXPECT_EQ(PVGetTypeID(plain.get()), PVDictionaryGetTypeID());
+}
+
+TEST(PvJson, Base64IsStrictBothWays) {
+  const uint8_t bytes[] = {0, 1, 2, 255};
+  for (PVIndex length = 0; length <= 4; ++length) {
+    auto data = Ref<PVDataRef>::adopt(PVDataCreate(bytes, length));
+    auto encoded = Ref<PVStringRef>::adopt(PVStringCreateBase64WithData(data.get()));
+    auto decoded = Ref<PVDataRef>::adopt(PVDataCreateWithBase64String(encoded.get()));
+    EXPECT_TRUE(PVEqual(decoded.get(), data.get())) << tw::test::textOf(encoded.get());
+  }
+  auto encoded = Ref<PVStringRef>::adopt(PVStringCreateBase64WithData(
+      Ref<PVDataRef>::adopt(PVDataCreate(bytes, 4)).get()));
+  EXPECT_EQ(tw::test::textOf(encoded.get()), "AAEC/w==");
+  for (const char *bad : {"AAE", "AA=A", "AB==", "AAB=", "AA A", "A===", "@@@@"}) {
+    EXPECT_FALSE(Ref<PVDataRef>::adopt(PVDataCreateWithBase64String(text(bad).get()))) << bad;
+  }
 }
 
 TEST(PvJson, PublicTextFormIsCompactSortedAndRefusesWhatHasNone) {

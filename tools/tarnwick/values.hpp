@@ -1,17 +1,12 @@
-// Property values ⇄ JSON, the one conversion the payload files, the JSON
-// output and the table output share.
-//
-// In JSON a data value is written {"$data": "<base64>"}; in a payload file
-// {"$file": "relative/path"} stands for the bytes of a file, read relative
-// to the payload file's directory.
+// Property values ⇄ JSON for the payload files, the JSON output and the
+// table output, on the platform's one conversion (tarnwick/platform/json.h).
+// The tool's part is its policy for {"$file": "relative/path"}: the bytes
+// of a file, read relative to the payload file's directory.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
-#include <string_view>
 
 #include "tarnwick/platform/ref.hpp"
 #include "tarnwick/platform/values.h"
@@ -26,13 +21,12 @@ struct JsonSource {
   std::filesystem::path directory;  // "$file" paths are relative to it
 };
 
-// The property value a JSON value stands for: strings (keys too) are made
-// as new strings, true and false are the shared booleans. Anything that is
-// not a property value (null, a bad "$data", an unreadable "$file", an
-// integer beyond 64 bits) is a malformed payload, reported with the key
-// path of the value.
-pv::Ref<PVTypeRef> valueFromJson(const Json &json, const JsonSource &source,
-                                 const std::string &path = "");
+// The property value JSON text stands for. Text that is not JSON is a
+// malformed payload "NAME:LINE:COLUMN: what" (or, when `notJson` is given,
+// sets it and gives null); JSON that is no property value (null, a bad
+// "$data", an unreadable "$file") is a malformed payload "NAME at PATH: what".
+pv::Ref<PVTypeRef> valueFromJsonText(const std::string &text, const JsonSource &source,
+                                     bool *notJson = nullptr);
 
 // The JSON for a value; dictionaries with their keys sorted, so that two
 // outputs of equal values are equal text.
@@ -47,10 +41,6 @@ std::string tableText(PVTypeRef value);
 std::string textOf(PVTypeRef value);
 // A new string made from UTF-8 text; throws on invalid UTF-8.
 pv::Ref<PVStringRef> makeString(const std::string &utf8);
-
-std::string base64Encode(const uint8_t *bytes, size_t length);
-// Strict: padding required, no whitespace; nullopt for anything else.
-std::optional<std::string> base64Decode(std::string_view text);
 
 // The kind of a value in words, for messages ("a string", "a dictionary").
 std::string kindOf(PVTypeRef value);

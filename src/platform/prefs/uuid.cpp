@@ -1,4 +1,4 @@
-#include "platform/support/uuid.hpp"
+#include "platform/prefs/uuid.hpp"
 
 #include <openssl/rand.h>
 

@@ -1,4 +1,4 @@
-#include "platform/support/utf.hpp"
+#include "platform/encoding/utf.hpp"
 
 namespace pv::utf {
 namespace {

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "platform/guard/guarded.hpp"
 #include "tarnwick/platform/prefs.h"
 
 namespace {
@@ -30,26 +31,23 @@ extern "C" {
 
 const char *ZNStoreGetDirectory(void) noexcept {
   std::lock_guard lock(directoryMutex);
-  try {
+  return platform::guarded([&]() -> const char * {
     if (chosen) return chosen->c_str();
     if (!fallback) fallback = new std::string(defaultDirectory());
     return fallback->c_str();
-  } catch (...) {
-    return nullptr;
-  }
+  });
 }
 
 void ZNStoreSetDirectory(const char *path) noexcept {
   std::lock_guard lock(directoryMutex);
-  try {
+  platform::guarded([&] {
     // The previous text stays valid for one more change: a caller may still
     // hold the pointer the getter gave it.
     static std::string *retired = nullptr;
     delete retired;
     retired = chosen;
     chosen = path ? new std::string(path) : nullptr;
-  } catch (...) {
-  }
+  });
 }
 
 }  // extern "C"

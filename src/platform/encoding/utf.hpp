@@ -8,9 +8,9 @@
 
 namespace pv::utf {
 
-bool isValidUtf8(std::string_view text);
+[[nodiscard]] bool isValidUtf8(std::string_view text);
 // false (and `out` unspecified) when `text` is not valid UTF-8.
-bool utf8ToUtf16(std::string_view text, std::u16string &out);
-bool utf16ToUtf8(const char16_t *units, size_t count, std::string &out);
+[[nodiscard]] bool utf8ToUtf16(std::string_view text, std::u16string &out);
+[[nodiscard]] bool utf16ToUtf8(const char16_t *units, size_t count, std::string &out);
 
 }  // namespace pv::utf

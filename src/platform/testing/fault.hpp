@@ -13,6 +13,6 @@ enum class Family { Preferences, Coffer, CofferWrite };
 
 // Counts the call; true when a test planned this call to fail. The name
 // must be a string of static storage (a literal or __func__).
-bool enter(const char *operation, Family family = Family::Preferences);
+[[nodiscard]] bool enter(const char *operation, Family family = Family::Preferences);
 
 }  // namespace pt

@@ -9,8 +9,9 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "platform/support/capture.hpp"
-#include "platform/support/fault.hpp"
+#include "platform/guard/guarded.hpp"
+#include "platform/testing/capture.hpp"
+#include "platform/testing/fault.hpp"
 
 namespace {
 
@@ -88,20 +89,14 @@ void captureLog(int level, const char *text) {
   State &s = state();
   std::lock_guard lock(s.mutex);
   if (!s.capturing) return;
-  try {
-    s.messages.push_back({level, text});
-  } catch (...) {
-  }
+  platform::guarded([&] { s.messages.push_back({level, text}); });
 }
 
 void captureNotification(const char *name, bool systemWide) {
   State &s = state();
   std::lock_guard lock(s.mutex);
   if (!s.capturing) return;
-  try {
-    s.posts.push_back({name, systemWide});
-  } catch (...) {
-  }
+  platform::guarded([&] { s.posts.push_back({name, systemWide}); });
 }
 
 }  // namespace pt

@@ -1,5 +1,5 @@
 // Strict UTF-8 and UTF-16 conversion.
-#include "platform/support/utf.hpp"
+#include "platform/encoding/utf.hpp"
 
 #include <gtest/gtest.h>
 
