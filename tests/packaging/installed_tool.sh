@@ -2,8 +2,8 @@
 # The build installed with `cmake --install` into a fresh prefix: the tool
 # finds its own library there with no help from the loader's search path,
 # also once the prefix has moved; installs a payload and lists it; the
-# manuals and every public header (never the testing interface) sit where
-# man and compilers look.
+# manuals, the bash completion and every public header (never the testing
+# interface) sit where man, bash and compilers look.
 #
 # Usage: installed_tool.sh CMAKE BUILD_DIR EXAMPLES_DIR [EMULATOR...]
 set -euo pipefail
@@ -34,7 +34,8 @@ tool --store "$work/store" install "$examples/l2tp.json" >/dev/null
 tool --store "$work/store" list | grep -q 'Harbour Office (L2TP)' ||
   fail "the installed tool did not install the example"
 
-for file in share/man/man1/tarnwick.1 share/man/man5/tarnwick-payload.5 include/tarnwick.h; do
+for file in share/man/man1/tarnwick.1 share/man/man5/tarnwick-payload.5 \
+  share/bash-completion/completions/tarnwick include/tarnwick.h; do
   [ -f "$prefix/$file" ] || fail "$file is not installed"
 done
 for header in "$(dirname "$0")"/../../include/tarnwick/platform/*; do
