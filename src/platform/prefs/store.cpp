@@ -59,6 +59,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "platform/engine/apply.hpp"
 #include "platform/prefs/handles.hpp"
 #include "platform/prefs/tables.hpp"
 
@@ -184,6 +185,7 @@ Boolean ZNPreferencesApplyChanges(ZNPreferencesRef prefs) noexcept {
     ZNPreferences &session = zn::expectSession(prefs);
     zn::ScopedLock locked(session.lock);
     zn::recordApplied(session.db);
+    engine::applied(session, engine::Depth::changes);
     return true;
   });
 }
