@@ -23,7 +23,8 @@
 //
 //   Every service: connection.id (the service's name), connection.uuid (a
 //   name-based UUID of its identifier), connection.type vpn,
-//   connection.autoconnect false, user.data org.tarnwick.service-id,
+//   connection.autoconnect false, user.data org.tarnwick.service-id and
+//   org.tarnwick.store,
 //   ipv4.method auto; OverridePrimary (IPv4 protocol, else PPP layer) ->
 //   ipv4.never-default (its negation); Proxies -> proxy.method 1 with
 //   proxy.pac-url (ProxyAutoConfigURLString), or with nothing for
@@ -315,7 +316,8 @@ void mapIPv4(Builder &b, const ServiceView &service) {
 
 }  // namespace
 
-Mapping mapService(const ServiceView &service, const VendorTable &vendors) {
+Mapping mapService(const ServiceView &service, const VendorTable &vendors,
+                   const std::string &store) {
   Builder b;
   switch (service.kind) {
     case ServiceKind::l2tp:
@@ -341,7 +343,7 @@ Mapping mapService(const ServiceView &service, const VendorTable &vendors) {
   s.set("connection", "uuid", nameUuid(service.id));
   s.set("connection", "type", std::string("vpn"));
   s.set("connection", "autoconnect", false);
-  s.set("user", "data", StringMap{{kServiceIDUserDataKey, service.id}});
+  s.set("user", "data", StringMap{{kServiceIDUserDataKey, service.id}, {kStoreUserDataKey, store}});
   const std::string &plugin = b.mapping.plugin;
   s.set(
       "vpn", "service-type",

@@ -19,10 +19,12 @@
 
 namespace engine {
 
-// The key of connection.user-data naming the service a connection was made
-// for. Recognition is by UUID (a name-based UUID of this identifier); the
-// key lets a thorough pass find connections of services that are gone.
+// The keys of user.data naming the service a connection was made for and
+// the store that holds it. Recognition is by UUID (a name-based UUID of the
+// service identifier); the keys let a thorough pass find the connections
+// of its store's services that are gone, and leave other stores' alone.
 inline constexpr char kServiceIDUserDataKey[] = "org.tarnwick.service-id";
+inline constexpr char kStoreUserDataKey[] = "org.tarnwick.store";
 
 struct Mapping {
   std::string plugin;  // "l2tp", "pptp", "vpnc", or a vendor plugin's service type
@@ -32,6 +34,8 @@ struct Mapping {
   bool expressible() const { return reason.empty(); }
 };
 
-Mapping mapService(const ServiceView &service, const VendorTable &vendors);
+// `store` is the store's directory, as an absolute path.
+Mapping mapService(const ServiceView &service, const VendorTable &vendors,
+                   const std::string &store);
 
 }  // namespace engine

@@ -10,6 +10,7 @@ namespace engine {
 namespace {
 
 constexpr char kHeader[] = "tarnwick networkmanager sync 1";
+constexpr char kTrailer[] = "end";
 
 }  // namespace
 
@@ -20,13 +21,15 @@ SyncMemory SyncMemory::load(const std::string &directory) {
   if (!file || !std::getline(file, line) || line != kHeader) return {};
   if (!std::getline(file, line) || line.rfind("instance ", 0) != 0) return {};
   memory.instance = line.substr(9);
-  while (std::getline(file, line)) {
+  // The last line says the file is whole.
+  while (std::getline(file, line) && line != kTrailer) {
     std::istringstream fields(line);
     std::string id;
     Remembered entry;
     if (!(fields >> id >> entry.digest >> entry.path)) return {};
     memory.services[id] = std::move(entry);
   }
+  if (line != kTrailer || std::getline(file, line)) return {};
   return memory;
 }
 
@@ -34,6 +37,7 @@ bool SyncMemory::save(const std::string &directory) const {
   std::string text = std::string(kHeader) + "\ninstance " + instance + "\n";
   for (const auto &[id, entry] : services)
     text += id + ' ' + entry.digest + ' ' + entry.path + '\n';
+  text += std::string(kTrailer) + '\n';
   std::string path = directory + "/" + kMemoryName;
   std::string temporary = path + ".new-" + std::to_string(getpid());
   {

@@ -1,6 +1,7 @@
 #include "platform/engine/sync.hpp"
 
 #include <chrono>
+#include <cstdlib>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -32,13 +33,13 @@ struct Planned {
 // The services of the store, mapped, with the report they start.
 class Plan {
  public:
-  Plan(zn::Document &document, const std::string &directory) {
+  Plan(zn::Document &document, const std::string &directory) : store(absolute(directory)) {
     std::vector<ServiceView> views = vpnServices(document);
     VendorTable vendors = VendorTable::load(directory);
     report.services.reserve(views.size());
     services.reserve(views.size());
     for (const ServiceView &view : views) {
-      Planned planned{view.id, nameUuid(view.id), mapService(view, vendors), "", nullptr};
+      Planned planned{view.id, nameUuid(view.id), mapService(view, vendors, store), "", nullptr};
       ServiceOutcome &outcome = report.services.emplace_back();
       outcome.id = view.id;
       outcome.name = view.name;
@@ -73,9 +74,18 @@ class Plan {
     }
   }
 
+  const std::string store;
   Report report;
   std::vector<Planned> services;
   std::unordered_set<std::string> ids;  // of every VPN service, expressible or not
+
+ private:
+  static std::string absolute(const std::string &directory) {
+    char *resolved = realpath(directory.c_str(), nullptr);
+    std::string path = resolved ? resolved : directory;
+    std::free(resolved);
+    return path;
+  }
 };
 
 // What a thorough pass reads: every connection NetworkManager holds.
@@ -85,8 +95,8 @@ struct Holdings {
     ConnectionSettings settings;
   };
   std::unordered_map<std::string, Held> byUuid;
-  // Tarnwick's connections, as (service identifier, UUID): those whose user
-  // data names a service whose name-based UUID is theirs.
+  // The store's connections, as (service identifier, UUID): those whose
+  // user data names the store and a service whose name-based UUID is theirs.
   std::vector<std::pair<std::string, std::string>> ours;
 
   const Held *find(const std::string &uuid) const {
@@ -95,7 +105,7 @@ struct Holdings {
   }
 };
 
-Holdings readHoldings(NetworkManager &nm) {
+Holdings readHoldings(NetworkManager &nm, const std::string &store) {
   Holdings holdings;
   for (const auto &path : nm.listConnections()) {
     ConnectionSettings settings;
@@ -109,9 +119,13 @@ Holdings readHoldings(NetworkManager &nm) {
     if (!uuid) continue;
     const Value *data = settings.find("user", "data");
     const StringMap *user = data ? std::get_if<StringMap>(data) : nullptr;
-    auto service = user ? user->find(kServiceIDUserDataKey) : StringMap::const_iterator();
-    if (user && service != user->end() && nameUuid(service->second) == *uuid) {
-      holdings.ours.emplace_back(service->second, *uuid);
+    if (user) {
+      auto service = user->find(kServiceIDUserDataKey);
+      auto owner = user->find(kStoreUserDataKey);
+      if (service != user->end() && owner != user->end() && owner->second == store &&
+          nameUuid(service->second) == *uuid) {
+        holdings.ours.emplace_back(service->second, *uuid);
+      }
     }
     holdings.byUuid[*uuid] = {path, std::move(settings)};
   }
@@ -160,7 +174,7 @@ class Pusher {
   }
 
   void thorough() {
-    Holdings holdings = readHoldings(nm_);
+    Holdings holdings = readHoldings(nm_, plan_.store);
     memory_.services.clear();
     for (Planned &service : plan_.services) {
       const Holdings::Held *holding = holdings.find(service.uuid);
@@ -285,7 +299,7 @@ Report synchronize(zn::Document &document, const std::string &directory, Depth d
 Report inspect(zn::Document &document, const std::string &directory) {
   return withEngine(document, directory, [](Plan &plan, NetworkManager &nm, const std::string &) {
     try {
-      Holdings holdings = readHoldings(nm);
+      Holdings holdings = readHoldings(nm, plan.store);
       for (Planned &service : plan.services) {
         const Holdings::Held *held = holdings.find(service.uuid);
         if (!service.mapping.expressible()) {

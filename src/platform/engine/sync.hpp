@@ -19,8 +19,8 @@
 //    memory is gone): reads every connection NetworkManager holds and
 //    compares each of Tarnwick's with its mapping, so edits and deletions
 //    made behind Tarnwick's back, and keyfiles lost in a restart, are put
-//    right, and connections of services that are gone are found by their
-//    user data and deleted.
+//    right, and the connections of this store's services that are gone are
+//    found by their user data (service and store) and deleted.
 //
 // An engine that does not answer never fails anything: the sync stops at
 // the first call that gets no answer (each call waits at most a few
