@@ -21,6 +21,13 @@ constexpr std::chrono::seconds kBudget{30};
 
 struct OutOfTime {};
 
+// NetworkManager answers a call on a connection it no longer has with
+// UnknownMethod.
+bool isGone(const BusError &error) {
+  return error.name() == "org.freedesktop.DBus.Error.UnknownMethod" ||
+         error.name() == "org.freedesktop.DBus.Error.UnknownObject";
+}
+
 // One VPN service of the store and what it maps to.
 struct Planned {
   std::string id;
@@ -207,9 +214,13 @@ class Pusher {
     checkTime();
     try {
       if (path) {
-        nm_.update(*path, service.mapping.settings);
-        held(service, *path, Action::updated);
-        return;
+        try {
+          nm_.update(*path, service.mapping.settings);
+          held(service, *path, Action::updated);
+          return;
+        } catch (const BusError &error) {
+          if (error.transport() || !isGone(error)) throw;  // else deleted since: added again
+        }
       }
       try {
         held(service, nm_.add(service.mapping.settings), Action::added);
@@ -237,7 +248,7 @@ class Pusher {
       nm_.remove(path);
     } catch (const BusError &error) {
       if (error.transport()) throw;
-      if (error.name() != "org.freedesktop.DBus.Error.UnknownObject") {
+      if (!isGone(error)) {
         note("NetworkManager refused to delete the connection of " + id + ": " + error.what());
         return;
       }
