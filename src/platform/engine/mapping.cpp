@@ -55,7 +55,7 @@ PV_DEFINE_LOCAL_CONSTANT_STRING(kRemoteAddress, "RemoteAddress")
 PV_DEFINE_LOCAL_CONSTANT_STRING(kOverridePrimary, "OverridePrimary")
 PV_DEFINE_LOCAL_CONSTANT_STRING(kKeyIDType, "KeyID")
 
-constexpr char kAgentOwned[] = "1";  // NM_SETTING_SECRET_FLAG_AGENT_OWNED
+const std::string kAgentOwned = "1";  // NM_SETTING_SECRET_FLAG_AGENT_OWNED
 
 // Reads a configuration dictionary that may be absent.
 class Config {
@@ -125,7 +125,7 @@ struct Builder {
   void cannot(std::string why) {
     if (mapping.reason.empty()) mapping.reason = std::move(why);
   }
-  void agentOwned(const std::string &secret) { data[secret + "-flags"] = kAgentOwned; }
+  void agentOwned(std::string secret) { data[secret.append("-flags")] = kAgentOwned; }
 };
 
 // A client identity stays in the Coffer: its private key never becomes the
@@ -262,7 +262,7 @@ void mapVendor(Builder &b, const ServiceView &service, const VendorTable &vendor
 
 std::string hostAndPort(const Config &proxies, PVStringRef host, PVStringRef port) {
   std::string text = proxies.text(host);
-  if (auto number = proxies.number(port)) text += ":" + std::to_string(*number);
+  if (auto number = proxies.number(port)) text.append(":").append(std::to_string(*number));
   return text;
 }
 
