@@ -21,6 +21,9 @@ std::string temporaryDirectory(const char *name) {
 }
 
 void StoreTest::SetUp() {
+  // Applies must never reach the machine's own NetworkManager; the engine
+  // tests set the engine and the bus themselves.
+  setenv("TARNWICK_ENGINE", "none", 0);
   dir_ = temporaryDirectory("tarnwick-test");
   ZNStoreSetDirectory(dir_.c_str());
   PTReset();

@@ -13,7 +13,8 @@ namespace {
 
 constexpr const char *kExitCodes =
     "Exit codes: 0 success, 1 any other failure, 2 usage, 3 malformed payload,\n"
-    "4 not found, 5 store cannot be opened, 6 lock, 7 credential store.\n"
+    "4 not found, 5 store cannot be opened, 6 lock, 7 credential store,\n"
+    "8 the VPN engine did not take every change (apply).\n"
     "See tarnwick(1) and tarnwick-payload(5).";
 
 constexpr const char *kServiceHelp = "a service identifier, or a service name held by one service";
@@ -133,6 +134,13 @@ void defineCommands(CLI::App &app, Arguments &a) {
   exporting->add_option("-o,--output", a.exporting.outputPath, "write to this file instead");
   exporting->add_flag("--with-secret", a.exporting.withSecret,
                       "include the stored shared secret, in its exported encoding");
+
+  command(app, "apply",
+          "bring the VPN engine (NetworkManager) in line with the store, checking every "
+          "connection",
+          [&] { applyCommand(a.global); });
+  command(app, "status", "the store's generations, the VPN engine, and each service's state in it",
+          [&] { statusCommand(a.global); });
 }
 
 int fail(Exit code, const std::string &message) {

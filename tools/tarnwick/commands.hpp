@@ -48,4 +48,7 @@ struct ExportArguments {
 };
 void exportCommand(const GlobalOptions &options, const ExportArguments &arguments);
 
+void applyCommand(const GlobalOptions &options);
+void statusCommand(const GlobalOptions &options);
+
 }  // namespace tarnwick

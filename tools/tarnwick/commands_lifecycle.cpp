@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "commands.hpp"
+#include "engine_report.hpp"
 #include "output.hpp"
 
 namespace tarnwick {
@@ -38,6 +39,7 @@ void installCommand(const GlobalOptions &options, const std::string &payloadPath
     Json json = summaryJson(installed.service);
     json["replaced"] = replaced;
     json["unusedKeys"] = installed.unusedKeys;
+    json["engine"] = takeEngineReport();
     printJson(json);
     return;
   }
@@ -49,6 +51,7 @@ void installCommand(const GlobalOptions &options, const std::string &payloadPath
   if (!installed.unusedKeys.empty()) {
     std::printf("Payload keys not used: %s\n", joined(installed.unusedKeys).c_str());
   }
+  printEngineLine();
 }
 
 void removeCommand(const GlobalOptions &options, const RemovalTarget &target) {
@@ -64,6 +67,7 @@ void removeCommand(const GlobalOptions &options, const RemovalTarget &target) {
     std::printf("Removed \"%s\" (%s): %s\n", service.name.c_str(), service.typeText().c_str(),
                 service.id.c_str());
   }
+  printEngineLine();
 }
 
 }  // namespace tarnwick

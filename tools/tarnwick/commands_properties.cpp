@@ -4,6 +4,7 @@
 
 #include "commands.hpp"
 #include "credentials.hpp"
+#include "engine_report.hpp"
 #include "failure.hpp"
 #include "keys.hpp"
 #include "output.hpp"
@@ -92,6 +93,7 @@ void setCommand(const GlobalOptions &options, const PropertyArguments &arguments
                                      "\": " + ZNErrorString(ZNError()));
   }
   transaction.commit();
+  if (!options.json) printEngineLine();
 }
 
 void selectCommand(const GlobalOptions &options, const std::string &serviceArgument) {
@@ -106,6 +108,7 @@ void selectCommand(const GlobalOptions &options, const std::string &serviceArgum
   if (!options.json) {
     std::printf("Selected \"%s\": %s\n", serviceName(service.get()).c_str(),
                 serviceID(service.get()).c_str());
+    printEngineLine();
   }
 }
 

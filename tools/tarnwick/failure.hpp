@@ -17,6 +17,7 @@ enum class Exit : int {
   storeUnavailable = 5,  // the store cannot be opened
   lock = 6,              // the preferences lock cannot be taken
   credentialStore = 7,   // the Coffer did not keep or give a credential
+  engine = 8,            // apply: the VPN engine did not take every change
 };
 
 class Failure : public std::runtime_error {

@@ -85,7 +85,9 @@ TW_EXPORT void ZNPreferencesSynchronize(ZNPreferencesRef prefs) TW_NOEXCEPT;
  * writes nothing. A session that does not hold the lock takes it for the
  * commit (and fails when stale). */
 TW_EXPORT Boolean ZNPreferencesCommitChanges(ZNPreferencesRef prefs) TW_NOEXCEPT;
-/* Records the committed generation as applied. */
+/* Records the committed generation as applied, then brings the VPN engine
+ * in line with the committed store (tarnwick/platform/engine.h). The
+ * engine never makes it fail. */
 TW_EXPORT Boolean ZNPreferencesApplyChanges(ZNPreferencesRef prefs) TW_NOEXCEPT;
 /* The generation of the store last applied (0 when none). */
 TW_EXPORT int64_t ZNPreferencesGetAppliedGeneration(ZNPreferencesRef prefs) TW_NOEXCEPT;

@@ -60,6 +60,7 @@
 #include <limits>
 
 #include "platform/directory/directories.hpp"
+#include "platform/engine/apply.hpp"
 #include "platform/prefs/handles.hpp"
 #include "platform/prefs/tables.hpp"
 
@@ -176,6 +177,7 @@ Boolean ZNPreferencesApplyChanges(ZNPreferencesRef prefs) noexcept {
     ZNPreferences &session = zn::expectSession(prefs);
     zn::ScopedLock locked(session.lock);
     zn::recordApplied(session.db);
+    engine::applied(session, engine::Depth::changes);
     return true;
   });
 }

@@ -1,0 +1,34 @@
+#include "platform/engine/apply.hpp"
+
+#include <optional>
+
+#include "platform/engine/report.hpp"
+#include "platform/prefs/error.hpp"
+#include "platform/prefs/tables.hpp"
+
+namespace engine {
+
+void applied(ZNPreferences &session, Depth depth) noexcept {
+  Report report;
+  try {
+    // The session's copy is the committed store unless it changed since or
+    // another session committed after it; then the store is read afresh.
+    std::optional<zn::Document> snapshot;
+    zn::Document *document = &session.document;
+    if (document->modified() || document->generation != zn::storedGeneration(session.db)) {
+      document = &snapshot.emplace(zn::readSnapshot(session.db));
+    }
+    report = synchronize(*document, session.directory, depth);
+  } catch (const zn::Failure &failure) {
+    report.failure =
+        std::string("the store's services cannot be read: ") + ZNErrorString(failure.code);
+  } catch (...) {
+    report.failure = "the engine could not be brought in line";
+  }
+  try {
+    recordReport(std::move(report));
+  } catch (...) {
+  }
+}
+
+}  // namespace engine

@@ -1,0 +1,143 @@
+// The engine as an apply meets it when there is none, or none in reach:
+// nothing fails, nothing is lost, and the reports say so.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/engine/memory.hpp"
+#include "support/services.hpp"
+#include "tarnwick/platform/engine.h"
+#include "tarnwick/platform/testing.h"
+
+namespace tw::test {
+namespace {
+
+class EngineOff : public ServiceTest {
+ protected:
+  void SetUp() override {
+    ServiceTest::SetUp();
+    expressible_ = makeService(Chain::PPTP, "Legacy");
+    setLayer(expressible_, dict({{kZNPropNetPPPCommRemoteAddress, "pptp.example.com"}}));
+    inexpressible_ = makeService(Chain::IPSec, "Gateway");  // no server, no XAuth
+    ASSERT_TRUE(ZNPreferencesCommitChanges(prefs_.get()));
+  }
+  void TearDown() override {
+    setenv("TARNWICK_ENGINE", "none", 1);
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    ServiceTest::TearDown();
+  }
+
+  static void setLayer(ZNNetworkServiceRef service, const Ref<PVDictionaryRef> &configuration) {
+    ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(ZNNetworkServiceGetInterface(service),
+                                                   configuration.get()));
+  }
+  // Engine settings for the next apply, and a bus nobody listens on.
+  void engine(const char *name) {
+    if (name) {
+      setenv("TARNWICK_ENGINE", name, 1);
+    } else {
+      unsetenv("TARNWICK_ENGINE");
+    }
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + storeDir() + "/no-bus").c_str(), 1);
+  }
+  static std::string text(PVDictionaryRef dictionary, const char *key) {
+    return textOf(PVDictionaryGetValue(dictionary, tw::test::text(key).get()));
+  }
+  static int64_t number(PVDictionaryRef dictionary, const char *key) {
+    int64_t n = -1;
+    PVNumberGetValue(
+        static_cast<PVNumberRef>(PVDictionaryGetValue(dictionary, tw::test::text(key).get())),
+        kPVNumberSInt64Type, &n);
+    return n;
+  }
+  // "name: state" of each service of a report.
+  static std::string states(PVDictionaryRef report) {
+    auto services =
+        static_cast<PVArrayRef>(PVDictionaryGetValue(report, tw::test::text("Services").get()));
+    std::string out;
+    for (PVIndex i = 0; i < PVArrayGetCount(services); ++i) {
+      auto service = at<PVDictionaryRef>(services, i);
+      out += (out.empty() ? "" : ", ") + text(service, "Name") + ": " + text(service, "State");
+    }
+    return out;
+  }
+  Ref<PVDictionaryRef> applyAndReport() {
+    EXPECT_TRUE(ZNPreferencesApplyChanges(prefs_.get()));
+    auto report = Ref<PVDictionaryRef>::adopt(ZNEngineCopyReport());
+    EXPECT_TRUE(report);
+    return report;
+  }
+
+  ZNNetworkServiceRef expressible_ = nullptr;
+  ZNNetworkServiceRef inexpressible_ = nullptr;
+};
+
+TEST_F(EngineOff, NoneSendsNothingAndRemembersNothing) {
+  engine("none");
+  EXPECT_STREQ(ZNEngineGetName(), "none");
+  Ref<PVDictionaryRef> report = applyAndReport();
+  EXPECT_EQ(text(report.get(), "Engine"), "none");
+  EXPECT_EQ(text(report.get(), "Failure"), "(null)");
+  EXPECT_EQ(states(report.get()), "Legacy: no-engine, Gateway: cannot-express");
+  EXPECT_FALSE(std::filesystem::exists(storeDir() + "/" + engine::kMemoryName));
+  // The report is the caller's, and taking it starts the next afresh.
+  EXPECT_EQ(PVGetRetainCount(report.get()), 1);
+  EXPECT_EQ(ZNEngineCopyReport(), nullptr);
+}
+
+TEST_F(EngineOff, AForcedEngineOutOfReachNeverFailsAnApply) {
+  engine("networkmanager");
+  EXPECT_STREQ(ZNEngineGetName(), "networkmanager");
+  Ref<PVDictionaryRef> report = applyAndReport();
+  EXPECT_EQ(ZNPreferencesGetAppliedGeneration(prefs_.get()), 2);  // the apply went through
+  EXPECT_EQ(text(report.get(), "Engine"), "networkmanager");
+  EXPECT_NE(text(report.get(), "Failure").find("NetworkManager cannot be reached"),
+            std::string::npos)
+      << text(report.get(), "Failure");
+  EXPECT_EQ(states(report.get()), "Legacy: out-of-date, Gateway: cannot-express");
+
+  ASSERT_TRUE(ZNEngineApply(prefs_.get()));
+  report = Ref<PVDictionaryRef>::adopt(ZNEngineCopyReport());
+  EXPECT_EQ(states(report.get()), "Legacy: out-of-date, Gateway: cannot-express");
+}
+
+TEST_F(EngineOff, UnforcedAndOutOfReachTheEngineIsNone) {
+  engine(nullptr);
+  EXPECT_STREQ(ZNEngineGetName(), "none");
+  Ref<PVDictionaryRef> report = applyAndReport();
+  EXPECT_EQ(text(report.get(), "Engine"), "none");
+  EXPECT_EQ(text(report.get(), "Failure"), "(null)");
+}
+
+TEST_F(EngineOff, AnEngineNameNotUnderstoodIsSaidAndTakenAsNone) {
+  engine("netwrokmanager");
+  EXPECT_STREQ(ZNEngineGetName(), "none");
+  Ref<PVDictionaryRef> report = applyAndReport();
+  EXPECT_EQ(text(report.get(), "Engine"), "none");
+  EXPECT_EQ(text(report.get(), "Failure"),
+            "TARNWICK_ENGINE must be none or networkmanager, not \"netwrokmanager\"");
+}
+
+TEST_F(EngineOff, StatusTellsTheGenerationsAndChangesNothing) {
+  engine("none");
+  ASSERT_TRUE(ZNPreferencesApplyChanges(prefs_.get()));
+  ASSERT_TRUE(ZNNetworkServiceSetName(expressible_, tw::test::text("Renamed").get()));
+  ASSERT_TRUE(ZNPreferencesCommitChanges(prefs_.get()));
+  auto status = Ref<PVDictionaryRef>::adopt(ZNEngineCopyStatus(prefs_.get()));
+  ASSERT_TRUE(status);
+  EXPECT_EQ(number(status.get(), "Generation"), 3);
+  EXPECT_EQ(number(status.get(), "AppliedGeneration"), 2);
+  EXPECT_EQ(states(status.get()), "Renamed: no-engine, Gateway: cannot-express");
+  EXPECT_EQ(ZNPreferencesGetAppliedGeneration(prefs_.get()), 2);
+
+  PTFailNthCall("ZNEngineCopyStatus", 1);
+  EXPECT_EQ(ZNEngineCopyStatus(prefs_.get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInjected);
+  EXPECT_EQ(ZNEngineCopyStatus(nullptr), nullptr);
+  EXPECT_FALSE(ZNEngineApply(nullptr));
+}
+
+}  // namespace
+}  // namespace tw::test

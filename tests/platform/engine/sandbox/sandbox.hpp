@@ -1,0 +1,70 @@
+// The sandboxed NetworkManager the engine tests run against (nm-sandbox
+// starts it, and this program inside it), seen from the test: its bus, its
+// files, stopping and starting it, what it holds, and the calls made to it.
+#pragma once
+
+#include <sys/types.h>
+#include <systemd/sd-bus.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace tw::test {
+
+class Sandbox {
+ public:
+  // Empty when the program runs outside nm-sandbox.
+  static std::string directory();
+  static std::string busAddress();
+
+  // NetworkManager's keyfile directory, and every file under the sandbox's
+  // NetworkManager directories (keyfiles, state, run files).
+  static std::string keyfileDirectory() { return directory() + "/connections"; }
+  static std::vector<std::string> filesNetworkManagerWrote();
+
+  static void stopNetworkManager();   // and every process in the namespace
+  static void startNetworkManager();  // and waits until it runs
+  static pid_t networkManagerPid();
+
+  // Runs nmcli on the sandbox's bus; its standard output.
+  static std::string nmcli(const std::string &arguments);
+};
+
+// What NetworkManager holds: each connection's settings by UUID, read with
+// busctl (not with the code under test), as {setting: {key: value}}.
+struct HeldConnection {
+  std::string path;
+  nlohmann::json settings;
+  std::string id() const { return settings["connection"]["id"]; }
+  nlohmann::json data() const;  // vpn.data, {} when none
+};
+std::map<std::string, HeldConnection> heldConnections();
+// Adds a pptp connection over D-Bus (nmcli cannot set user data), with a
+// random UUID and `userData`.
+void addConnection(const std::string &name, const std::map<std::string, std::string> &userData);
+// Deletes every connection NetworkManager holds.
+void deleteEveryConnection();
+
+// Watches the bus for method calls to NetworkManager, as a bus monitor.
+class CallMonitor {
+ public:
+  CallMonitor();
+  ~CallMonitor();
+  CallMonitor(const CallMonitor &) = delete;
+  CallMonitor &operator=(const CallMonitor &) = delete;
+
+  // "Member path" of each call seen since the monitor started, once the
+  // bus has handed over everything sent before this call.
+  std::vector<std::string> calls();
+
+ private:
+  sd_bus *bus_ = nullptr;
+  std::vector<std::string> calls_;
+};
+
+// Calls that change a connection: AddConnection, Update, Delete, ...
+std::vector<std::string> changingCalls(const std::vector<std::string> &calls);
+
+}  // namespace tw::test

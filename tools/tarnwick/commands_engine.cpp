@@ -1,0 +1,70 @@
+// apply and status: the VPN engine and the store.
+#include <cstdio>
+
+#include "commands.hpp"
+#include "engine_report.hpp"
+#include "failure.hpp"
+#include "output.hpp"
+#include "tarnwick/platform/engine.h"
+
+namespace tarnwick {
+
+void applyCommand(const GlobalOptions &options) {
+  auto prefs = openStore(options);
+  lockPreferences(prefs.get());
+  bool applied = ZNEngineApply(prefs.get());
+  std::string error = applied ? "" : ZNErrorString(ZNError());
+  JXVPNPreferencesUnlock(prefs.get());
+  if (!applied) throw Failure(Exit::failure, "cannot apply the store: " + error);
+  Json report = takeEngineReport();
+  if (options.json) {
+    printJson(report);
+  } else {
+    std::printf("%s\n", engineLine(report).c_str());
+    for (const auto &service : report["Services"]) {
+      if (service.contains("Reason")) {
+        std::printf("  \"%s\": %s\n", service.value("Name", "").c_str(),
+                    stateText(service).c_str());
+      }
+    }
+  }
+  if (engineFellShort(report)) {
+    throw Failure(Exit::engine, "the VPN engine did not take every change");
+  }
+}
+
+void statusCommand(const GlobalOptions &options) {
+  auto prefs = openStore(options);
+  auto status = Ref<PVDictionaryRef>::adopt(ZNEngineCopyStatus(prefs.get()));
+  if (!status) {
+    throw Failure(Exit::storeUnavailable,
+                  std::string("cannot read the store: ") + ZNErrorString(ZNError()));
+  }
+  Json json = jsonFromValue(status.get());
+  json["Store"] = ZNPreferencesGetStoreDirectory(prefs.get());
+  if (options.json) {
+    printJson(json);
+    return;
+  }
+  Json fields = {{"Store", json["Store"]},
+                 {"Generation", std::to_string(json.value("Generation", 0)) + ", applied " +
+                                    std::to_string(json.value("AppliedGeneration", 0))},
+                 {"Engine", json["Engine"]}};
+  if (json.contains("Failure")) fields["Failure"] = json["Failure"];
+  if (size_t leftover = json.value("Leftover", size_t(0))) {
+    fields["Leftover"] = std::to_string(leftover) + " connections, deleted by the next apply";
+  }
+  printFields(fields);
+  std::vector<std::vector<std::string>> rows;
+  for (const auto &service : json["Services"]) {
+    std::string type = service.value("Type", "");
+    if (service.contains("VendorType"))
+      type += " (" + service["VendorType"].get<std::string>() + ")";
+    rows.push_back(
+        {service.value("Name", ""), type, service.value("Plugin", "-"), stateText(service)});
+  }
+  std::printf("\n");
+  printTable({"NAME", "TYPE", "PLUGIN", "STATE"}, rows);
+}
+
+}  // namespace tarnwick
