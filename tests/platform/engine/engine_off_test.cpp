@@ -139,5 +139,58 @@ TEST_F(EngineOff, StatusTellsTheGenerationsAndChangesNothing) {
   EXPECT_FALSE(ZNEngineApply(nullptr));
 }
 
+TEST_F(EngineOff, LiveConnectionsOfAForcedEngineOutOfReachFailWithItsReason) {
+  engine("networkmanager");
+  PVStringRef id = ZNNetworkServiceGetServiceID(expressible_);
+  auto connection = Ref<ZNNetworkConnectionRef>::adopt(
+      ZNNetworkConnectionCreateWithServiceID(kPVAllocatorDefault, id, nullptr, nullptr));
+  ASSERT_TRUE(connection);
+  // The registry says connected; it is not the engine's word.
+  ASSERT_TRUE(ZNNetworkConnectionSetStatusForServiceID(id, kZNNetworkConnectionConnected));
+  EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionDisconnected);
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  EXPECT_FALSE(ZNNetworkConnectionStart(connection.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  auto reason = Ref<PVStringRef>::adopt(ZNNetworkConnectionCopyFailureReason(connection.get()));
+  EXPECT_NE(textOf(reason.get()).find("NetworkManager cannot be reached"), std::string::npos)
+      << textOf(reason.get());
+  EXPECT_FALSE(ZNNetworkConnectionStop(connection.get(), true));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  EXPECT_EQ(ZNNetworkConnectionCopyStatuses(array({id}).get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+}
+
+TEST_F(EngineOff, WithTheEngineOffTheRegistryAnswersAndNothingStarts) {
+  engine("none");
+  PVStringRef id = ZNNetworkServiceGetServiceID(expressible_);
+  ASSERT_TRUE(ZNNetworkConnectionSetStatusForServiceID(id, kZNNetworkConnectionConnected));
+  auto other = tw::test::text("no-such-service");
+  auto statuses =
+      Ref<PVDictionaryRef>::adopt(ZNNetworkConnectionCopyStatuses(array({id, other.get()}).get()));
+  ASSERT_TRUE(statuses);
+  EXPECT_EQ(PVGetRetainCount(statuses.get()), 1);
+  EXPECT_EQ(PVDictionaryGetCount(statuses.get()), 2);
+  EXPECT_EQ(number(statuses.get(), textOf(id).c_str()), kZNNetworkConnectionConnected);
+  EXPECT_EQ(number(statuses.get(), "no-such-service"), kZNNetworkConnectionDisconnected);
+
+  auto connection = Ref<ZNNetworkConnectionRef>::adopt(
+      ZNNetworkConnectionCreateWithServiceID(kPVAllocatorDefault, id, nullptr, nullptr));
+  EXPECT_EQ(ZNNetworkConnectionCopyFailureReason(connection.get()), nullptr);
+  EXPECT_FALSE(ZNNetworkConnectionStart(connection.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  auto reason = Ref<PVStringRef>::adopt(ZNNetworkConnectionCopyFailureReason(connection.get()));
+  EXPECT_NE(textOf(reason.get()).find("no VPN engine is on"), std::string::npos);
+  EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionConnected);
+  EXPECT_TRUE(ZNNetworkConnectionStop(connection.get(), true));
+  EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionDisconnected);
+
+  EXPECT_EQ(ZNNetworkConnectionCopyStatuses(nullptr), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_EQ(ZNNetworkConnectionCopyStatuses(array({kPVBooleanTrue}).get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_FALSE(ZNNetworkConnectionStart(nullptr));
+  EXPECT_EQ(ZNNetworkConnectionCopyFailureReason(nullptr), nullptr);
+}
+
 }  // namespace
 }  // namespace tw::test
