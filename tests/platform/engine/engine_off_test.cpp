@@ -8,6 +8,7 @@
 
 #include "platform/engine/memory.hpp"
 #include "support/services.hpp"
+#include "tarnwick/platform/agent.h"
 #include "tarnwick/platform/engine.h"
 #include "tarnwick/platform/testing.h"
 
@@ -190,6 +191,29 @@ TEST_F(EngineOff, WithTheEngineOffTheRegistryAnswersAndNothingStarts) {
   EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
   EXPECT_FALSE(ZNNetworkConnectionStart(nullptr));
   EXPECT_EQ(ZNNetworkConnectionCopyFailureReason(nullptr), nullptr);
+}
+
+TEST_F(EngineOff, TheSecretAgentWithoutASystemBusStopsAtOnce) {
+  engine(nullptr);
+  std::vector<std::string> notes;
+  auto agent = Ref<ZNSecretAgentRef>::adopt(ZNSecretAgentCreate(
+      [](ZNNetworkServiceRef, ZNSecretAgentCredential, void *) -> PVStringRef { return nullptr; },
+      [](const char *note, void *context) {
+        static_cast<std::vector<std::string> *>(context)->push_back(note);
+      },
+      &notes));
+  ASSERT_TRUE(agent);
+  EXPECT_FALSE(ZNSecretAgentRun(agent.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  ASSERT_EQ(notes.size(), 1u);
+  EXPECT_NE(notes[0].find("stopped: no system bus at"), std::string::npos) << notes[0];
+
+  EXPECT_EQ(ZNSecretAgentCreate(nullptr, nullptr, nullptr), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_FALSE(ZNSecretAgentRun(nullptr));
+  EXPECT_FALSE(ZNSecretAgentRun(reinterpret_cast<ZNSecretAgentRef>(
+      const_cast<void *>(static_cast<const void *>(expressible_)))));
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
 }
 
 }  // namespace
