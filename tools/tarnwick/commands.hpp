@@ -1,6 +1,7 @@
 // The commands, one function each, grouped in files by what they do:
 // install and remove; list, show, on-demand and dump; get, set and select;
-// passwords and shared secrets; export. Each fails by throwing Failure.
+// passwords and shared secrets; export; apply and status; connect and
+// disconnect; the secret agent. Each fails by throwing Failure.
 #pragma once
 
 #include <string>
@@ -50,5 +51,13 @@ void exportCommand(const GlobalOptions &options, const ExportArguments &argument
 
 void applyCommand(const GlobalOptions &options);
 void statusCommand(const GlobalOptions &options);
+
+struct ConnectionArguments {
+  std::string service;
+  double waitSeconds = 60;  // for the outcome
+};
+void connectCommand(const GlobalOptions &options, const ConnectionArguments &arguments);
+void disconnectCommand(const GlobalOptions &options, const ConnectionArguments &arguments);
+void agentCommand(const GlobalOptions &options);
 
 }  // namespace tarnwick
