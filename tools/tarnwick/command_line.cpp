@@ -14,7 +14,9 @@ namespace {
 constexpr const char *kExitCodes =
     "Exit codes: 0 success, 1 any other failure, 2 usage, 3 malformed payload,\n"
     "4 not found, 5 store cannot be opened, 6 lock, 7 credential store,\n"
-    "8 the VPN engine did not take every change (apply).\n"
+    "8 the VPN engine did not take every change (apply), 9 no VPN engine or it does\n"
+    "not answer, 10 the connection failed (NetworkManager's reason is given),\n"
+    "11 no outcome within --wait (connect, disconnect).\n"
     "See tarnwick(1) and tarnwick-payload(5).";
 
 constexpr const char *kServiceHelp = "a service identifier, or a service name held by one service";
@@ -26,6 +28,7 @@ struct Arguments {
   std::string service;
   PropertyArguments property;
   ExportArguments exporting;
+  ConnectionArguments connection;
   bool proxy = false;
   bool encrypted = false;
 };
@@ -44,6 +47,16 @@ void addEncodingCommand(CLI::App &secret, const std::string &name, const std::st
   CLI::App *sub = command(secret, name, help, std::move(run));
   sub->add_option("SERVICE", a.service, kServiceHelp)->required();
   sub->add_flag("--encrypted", a.encrypted, "the stored (obfuscated) encoding instead");
+}
+
+// `connect` and `disconnect`: a service, and how long to wait.
+void addConnectionCommand(CLI::App &app, const std::string &name, const std::string &help,
+                          Arguments &a, std::function<void()> run) {
+  CLI::App *sub = command(app, name, help, std::move(run));
+  sub->add_option("SERVICE", a.connection.service, kServiceHelp)->required();
+  sub->add_option("--wait", a.connection.waitSeconds, "seconds to wait for the outcome")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
 }
 
 void addTypeOptions(CLI::App *sub, PropertyArguments &property) {
@@ -141,6 +154,15 @@ void defineCommands(CLI::App &app, Arguments &a) {
           [&] { applyCommand(a.global); });
   command(app, "status", "the store's generations, the VPN engine, and each service's state in it",
           [&] { statusCommand(a.global); });
+
+  addConnectionCommand(app, "connect",
+                       "connect a service through the VPN engine, and wait for the outcome", a,
+                       [&] { connectCommand(a.global, a.connection); });
+  addConnectionCommand(app, "disconnect", "disconnect a service, and wait until it is down", a,
+                       [&] { disconnectCommand(a.global, a.connection); });
+  command(app, "agent",
+          "serve the store's VPN secrets to NetworkManager from the Coffer, until stopped",
+          [&] { agentCommand(a.global); });
 }
 
 int fail(Exit code, const std::string &message) {
