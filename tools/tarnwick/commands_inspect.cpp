@@ -3,10 +3,20 @@
 
 #include "commands.hpp"
 #include "describe.hpp"
+#include "live_status.hpp"
 #include "output.hpp"
 
 namespace tarnwick {
 namespace {
+
+// Each service's summary with its live connection's status.
+Json servicesWithStatus(ZNPreferencesRef prefs,
+                        const std::vector<Ref<ZNNetworkServiceRef>> &services) {
+  Json json = listServices(prefs, services);
+  auto words = liveStatusWords(services);
+  for (auto &service : json) service["status"] = words[service["id"].get<std::string>()];
+  return json;
+}
 
 void printServices(const GlobalOptions &options, const Json &services) {
   if (options.json) {
@@ -21,9 +31,9 @@ void printServices(const GlobalOptions &options, const Json &services) {
   for (const auto &service : services) {
     rows.push_back({service["name"], service["type"], service["id"],
                     service["selected"].get<bool>() ? "yes" : "no",
-                    service["onDemand"].get<bool>() ? "yes" : "no"});
+                    service["onDemand"].get<bool>() ? "yes" : "no", service["status"]});
   }
-  printTable({"NAME", "TYPE", "IDENTIFIER", "SELECTED", "ON-DEMAND"}, rows);
+  printTable({"NAME", "TYPE", "IDENTIFIER", "SELECTED", "ON-DEMAND", "STATUS"}, rows);
 }
 
 // A layer's or protocol's configuration under a heading; "(none)" when it
@@ -47,7 +57,8 @@ void printService(const Json &service) {
                                                     service["vendorType"].get<std::string>() + ")"
                                               : service["type"].get<std::string>()},
       {"Enabled", service["enabled"].get<bool>() ? "yes" : "no"},
-      {"Selected in", service["selectedIn"].empty() ? "-" : tableText(service["selectedIn"])}};
+      {"Selected in", service["selectedIn"].empty() ? "-" : tableText(service["selectedIn"])},
+      {"Status", service["status"]}};
   printFields(header);
   for (const auto &layer : service["layers"]) {
     printConfiguration("Layer " + layer["type"].get<std::string>(), layer["configuration"], 0);
@@ -69,7 +80,7 @@ void printService(const Json &service) {
 
 void listCommand(const GlobalOptions &options) {
   auto prefs = openStore(options);
-  printServices(options, listServices(prefs.get(), vpnServices(prefs.get())));
+  printServices(options, servicesWithStatus(prefs.get(), vpnServices(prefs.get())));
 }
 
 void onDemandCommand(const GlobalOptions &options) {
@@ -80,13 +91,14 @@ void onDemandCommand(const GlobalOptions &options) {
     services.push_back(
         Ref<ZNNetworkServiceRef>::retain(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)));
   }
-  printServices(options, listServices(prefs.get(), services));
+  printServices(options, servicesWithStatus(prefs.get(), services));
 }
 
 void showCommand(const GlobalOptions &options, const std::string &serviceArgument) {
   auto prefs = openStore(options);
   auto service = findService(prefs.get(), serviceArgument);
   Json json = describeService(prefs.get(), service.get());
+  json["status"] = liveStatusWords({service})[serviceID(service.get())];
   if (options.json) {
     printJson(json);
   } else {
