@@ -30,7 +30,26 @@ class Sandbox {
 
   // Runs nmcli on the sandbox's bus; its standard output.
   static std::string nmcli(const std::string &arguments);
+
+  // A base connection for a VPN to start over: veth0 up with 192.0.2.2/24,
+  // its gateway the far end of the pair (192.0.2.1). Deleting every
+  // connection takes it away again.
+  static void bringUpBaseConnection();
+  // Every process in the sandbox's network namespace: NetworkManager and
+  // whatever its plugins started.
+  static std::vector<pid_t> processes();
 };
+
+// The UUIDs of the connections NetworkManager has active now (in any
+// state), read with busctl.
+std::vector<std::string> activeConnectionUuids();
+// What NetworkManager answers a client that asks for the "vpn" secrets of
+// the connection with that UUID (Settings.Connection.GetSecrets), read
+// with busctl as {setting: {key: value}}; it asks the secret agents.
+nlohmann::json secretsNetworkManagerGives(const std::string &uuid);
+// The unique bus name of the process `pid` on the sandbox's bus, "" when
+// it has none.
+std::string busNameOfProcess(pid_t pid);
 
 // What NetworkManager holds: each connection's settings by UUID, read with
 // busctl (not with the code under test), as {setting: {key: value}}.
