@@ -219,8 +219,9 @@ TW_EXPORT Boolean ZNNetworkConnectionStop(ZNNetworkConnectionRef connection, Boo
  * connection for the service); ZNNetworkConnectionCopyFailureReason says
  * why. */
 TW_EXPORT Boolean ZNNetworkConnectionStart(ZNNetworkConnectionRef connection) TW_NOEXCEPT;
-/* Why the controller's last start failed, or why a connection it started
- * ended other than on request, in words; NULL when neither happened.
+/* In words: why the controller's last operation failed (NetworkManager
+ * refused, or could not be reached), or why a connection it started ended
+ * other than on request; NULL when none of these happened.
  * Ownership: copy. */
 TW_EXPORT PVStringRef ZNNetworkConnectionCopyFailureReason(ZNNetworkConnectionRef connection) TW_NOEXCEPT;
 /* The status of each service's live connection, read at once (one look at

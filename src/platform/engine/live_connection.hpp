@@ -34,8 +34,8 @@ class LiveConnection {
   // Deactivates every active connection of the service, and waits (a few
   // seconds at most) until NetworkManager has torn them down.
   void stop();
-  // Why the last start was refused, or why a connection it started ended
-  // other than on request; "" when neither happened.
+  // Why the last operation failed, or why a connection it started ended
+  // other than on request; "" when none of these happened.
   std::string failure();
 
  private:
