@@ -10,6 +10,7 @@
 #include "platform/engine/choice.hpp"
 #include "platform/engine/network_manager.hpp"
 #include "platform/engine/settings_message.hpp"
+#include "platform/prefs/error.hpp"
 
 namespace engine {
 namespace {
@@ -183,12 +184,18 @@ struct SecretAgent::Loop {
   static int answer(sd_bus_message *call, void *self, const char *method, Body body) {
     auto &loop = *static_cast<Loop *>(self);
     if (!loop.fromManager(call, method)) return 1;
+    std::string why;
     try {
       return body(loop);
+    } catch (const zn::Failure &failure) {
+      why = std::string("the store cannot be read: ") + ZNErrorString(failure.code);
     } catch (const std::exception &error) {
-      loop.note(std::string(method) + " failed: " + error.what());
-      return sd_bus_reply_method_errorf(call, kFailed, "%s failed: %s", method, error.what());
+      why = error.what();
+    } catch (...) {
+      why = "an unexpected failure";
     }
+    loop.note(std::string(method) + " failed: " + why);
+    return sd_bus_reply_method_errorf(call, kFailed, "%s failed: %s", method, why.c_str());
   }
 
   static int onGetSecrets(sd_bus_message *call, void *self, sd_bus_error *) {
@@ -204,13 +211,10 @@ struct SecretAgent::Loop {
       const std::string *id = connection.findString("connection", "id");
       std::string which = quoted(id ? *id : path) + " (" + (uuid ? *uuid : "no UUID") + ")";
 
-      SecretAnswer answer =
-          answerSecrets(loop.agent.directory_, uuid ? *uuid : "", loop.agent.source_);
-      if (!answer.ours || std::strcmp(setting, "vpn") != 0) {
+      if (std::strcmp(setting, "vpn") != 0) {
         loop.note("no secrets for " + which + " setting " + setting +
-                  ": not a VPN connection of this store's services");
-        return sd_bus_reply_method_errorf(call, kNoSecrets,
-                                          "not a VPN connection of this agent's store");
+                  ": only VPN secrets are given");
+        return sd_bus_reply_method_errorf(call, kNoSecrets, "only VPN secrets are given here");
       }
       if (flags & kRequestNew) {
         loop.note("no new secrets for " + which +
@@ -218,6 +222,13 @@ struct SecretAgent::Loop {
                   "answers here");
         return sd_bus_reply_method_errorf(call, kNoSecrets,
                                           "no secrets other than the stored ones");
+      }
+      SecretAnswer answer =
+          answerSecrets(loop.agent.directory_, uuid ? *uuid : "", loop.agent.source_);
+      if (!answer.ours) {
+        loop.note("no secrets for " + which + ": not a connection of this store's services");
+        return sd_bus_reply_method_errorf(call, kNoSecrets,
+                                          "not a connection of this agent's store");
       }
       std::string given;
       for (const auto &[name, secret] : answer.secrets) given += (given.empty() ? "" : ", ") + name;
