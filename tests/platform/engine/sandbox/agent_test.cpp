@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
 
+#include <fstream>
+
 #include "platform/engine/sandbox/fixture.hpp"
 
 namespace tw::test {
@@ -52,6 +54,13 @@ TEST_F(AgentTest, NetworkManagerGetsTheCoffersSecretsForTarnwicksConnections) {
   other.erase(other.find_last_not_of('\n') + 1);
   EXPECT_EQ(vpnSecrets(other), json::object());
   waitForAgent("no secrets for \"other\"");
+
+  // A store it cannot read is a failure NetworkManager hears of, and the
+  // agent goes on.
+  std::string legacy = uuidOf("Harbour Legacy (PPTP)");
+  std::ofstream(storeDir() + "/preferences.db", std::ios::trunc) << "not a database";
+  EXPECT_EQ(vpnSecrets(legacy), json::object());
+  waitForAgent("GetSecrets failed: the store cannot be read");
 
   ToolResult stopped = stopAgent();
   EXPECT_EQ(stopped.exitCode, 0) << stopped.err;
