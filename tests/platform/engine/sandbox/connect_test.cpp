@@ -204,5 +204,32 @@ TEST_F(ConnectTest, RemovingTheServiceStopsItsConnection) {
   EXPECT_TRUE(heldConnections().contains(uuid_));
 }
 
+TEST_F(ConnectTest, TheCoffersPreSharedKeyAuthenticatesToARealIPsecServer) {
+  // The shared secret the agent gives is the one the server holds: IKE
+  // authenticates. Past IKE the kernel's ESP and PPP are needed (and an
+  // L2TP server); a kernel without them stops the connection there.
+  Sandbox::startIpsecServer("harbour-l2tp-psk");
+  // Moving the far end away took the base's carrier for a moment.
+  Sandbox::nmcli("--wait 10 connection up base");
+  ToolResult connect = nm({"connect", kOffice});
+  Sandbox::stopIpsecServer();
+  std::string log = Sandbox::ipsecServerLog();
+  EXPECT_NE(log.find("IKE_SA l2tp[1] established between 192.0.2.1[192.0.2.1]...192.0.2.2"),
+            std::string::npos)
+      << log;
+  EXPECT_EQ(connect.exitCode, 10) << connect.err;
+
+  // A server with another key does not let it in.
+  Sandbox::startIpsecServer("another-harbour-key");
+  Sandbox::nmcli("--wait 10 connection up base");
+  ToolResult refused = nm({"connect", kOffice, "--wait", "5"});
+  nm({"disconnect", kOffice});
+  Sandbox::stopIpsecServer();
+  log = Sandbox::ipsecServerLog();
+  EXPECT_NE(log.find("is initiating a Main Mode IKE_SA"), std::string::npos) << log;
+  EXPECT_EQ(log.find("established"), std::string::npos) << log;
+  EXPECT_NE(refused.exitCode, 0) << refused.err;
+}
+
 }  // namespace
 }  // namespace tw::test

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -99,6 +100,21 @@ std::vector<pid_t> Sandbox::processes() {
   std::istringstream listed(run("ip netns pids " + name));
   for (pid_t pid; listed >> pid;) pids.push_back(pid);
   return pids;
+}
+
+void Sandbox::startIpsecServer(const std::string &preSharedKey) {
+  std::filesystem::create_directories(directory() + "/server");
+  std::filesystem::remove(directory() + "/server/log");
+  std::ofstream(directory() + "/server/ipsec.secrets")
+      << "192.0.2.1 %any : PSK \"" << preSharedKey << "\"\n";
+  script("start-ipsec-server");
+}
+
+void Sandbox::stopIpsecServer() { script("stop-ipsec-server"); }
+
+std::string Sandbox::ipsecServerLog() {
+  std::ifstream log(directory() + "/server/log");
+  return std::string(std::istreambuf_iterator<char>(log), {});
 }
 
 std::vector<std::string> activeConnectionUuids() {

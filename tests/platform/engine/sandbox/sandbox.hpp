@@ -38,6 +38,15 @@ class Sandbox {
   // Every process in the sandbox's network namespace: NetworkManager and
   // whatever its plugins started.
   static std::vector<pid_t> processes();
+
+  // strongSwan as an IKEv1 responder for L2TP at 192.0.2.1, in a namespace
+  // of its own behind the veth pair, with this pre-shared key (handed over
+  // in a file); running once it has loaded its configuration. Stopping it
+  // gives the veth pair back as it was.
+  static void startIpsecServer(const std::string &preSharedKey);
+  static void stopIpsecServer();
+  // What strongSwan logged, complete once it is stopped.
+  static std::string ipsecServerLog();
 };
 
 // The UUIDs of the connections NetworkManager has active now (in any
