@@ -44,6 +44,10 @@ class ConnectTest : public NetworkManagerTest {
     id_ = serviceID(kOffice);
     uuid_ = engine::nameUuid(id_);
   }
+  void TearDown() override {
+    if (!IsSkipped()) Sandbox::endPluginProcesses();
+    NetworkManagerTest::TearDown();
+  }
 
   Ref<ZNNetworkConnectionRef> controller() const {
     return Ref<ZNNetworkConnectionRef>::adopt(ZNNetworkConnectionCreateWithServiceID(
@@ -211,13 +215,15 @@ TEST_F(ConnectTest, TheCoffersPreSharedKeyAuthenticatesToARealIPsecServer) {
   Sandbox::startIpsecServer("harbour-l2tp-psk");
   // Moving the far end away took the base's carrier for a moment.
   Sandbox::nmcli("--wait 10 connection up base");
-  ToolResult connect = nm({"connect", kOffice});
+  ToolResult connect = nm({"connect", kOffice, "--wait", "15"});
+  nm({"disconnect", kOffice});
   Sandbox::stopIpsecServer();
   std::string log = Sandbox::ipsecServerLog();
   EXPECT_NE(log.find("IKE_SA l2tp[1] established between 192.0.2.1[192.0.2.1]...192.0.2.2"),
             std::string::npos)
-      << log;
-  EXPECT_EQ(connect.exitCode, 10) << connect.err;
+      << log << connect.err;
+  // Failed at the kernel, or still waiting for an L2TP server.
+  EXPECT_TRUE(connect.exitCode == 10 || connect.exitCode == 11) << connect.err;
 
   // A server with another key does not let it in.
   Sandbox::startIpsecServer("another-harbour-key");

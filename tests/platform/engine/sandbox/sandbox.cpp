@@ -78,6 +78,8 @@ void Sandbox::stopNetworkManager() { script("stop-nm"); }
 
 void Sandbox::startNetworkManager() { script("start-nm"); }
 
+void Sandbox::endPluginProcesses() { script("end-helpers"); }
+
 pid_t Sandbox::networkManagerPid() {
   pid_t pid = 0;
   std::ifstream(directory() + "/nm.pid") >> pid;

@@ -25,6 +25,10 @@ class Sandbox {
   static std::vector<std::string> filesNetworkManagerWrote();
 
   static void stopNetworkManager();   // and every process in the namespace
+  // Stops every process in the namespace but NetworkManager: the l2tp
+  // plugin stays busy for seconds with an activation stopped midway, and
+  // would not answer the next one.
+  static void endPluginProcesses();
   static void startNetworkManager();  // and waits until it runs
   static pid_t networkManagerPid();
 
