@@ -1,6 +1,4 @@
 // apply and status: the VPN engine and the store.
-#include <cstdio>
-
 #include "commands.hpp"
 #include "engine_report.hpp"
 #include "failure.hpp"
@@ -10,7 +8,7 @@
 namespace tarnwick {
 
 void applyCommand(const GlobalOptions &options) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::change);
   lockPreferences(prefs.get());
   bool applied = ZNEngineApply(prefs.get());
   std::string error = applied ? "" : ZNErrorString(ZNError());
@@ -20,11 +18,10 @@ void applyCommand(const GlobalOptions &options) {
   if (options.json) {
     printJson(report);
   } else {
-    std::printf("%s\n", engineLine(report).c_str());
+    emit(engineLine(report) + "\n");
     for (const auto &service : report["Services"]) {
       if (service.contains("Reason")) {
-        std::printf("  \"%s\": %s\n", service.value("Name", "").c_str(),
-                    stateText(service).c_str());
+        emit("  \"" + shown(service.value("Name", "")) + "\": " + shown(stateText(service)) + "\n");
       }
     }
   }
@@ -34,7 +31,7 @@ void applyCommand(const GlobalOptions &options) {
 }
 
 void statusCommand(const GlobalOptions &options) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::existing);
   auto status = Ref<PVDictionaryRef>::adopt(ZNEngineCopyStatus(prefs.get()));
   if (!status) {
     throw Failure(Exit::storeUnavailable,
@@ -63,7 +60,7 @@ void statusCommand(const GlobalOptions &options) {
     rows.push_back(
         {service.value("Name", ""), type, service.value("Plugin", "-"), stateText(service)});
   }
-  std::printf("\n");
+  emit("\n");
   printTable({"NAME", "TYPE", "PLUGIN", "STATE"}, rows);
 }
 

@@ -29,7 +29,8 @@ std::vector<Ref<PVDataRef>> localCertificates(ZNNetworkServiceRef service);
 bool cofferHolds(PVDataRef persistentReference);
 
 // True for a configuration key whose value is a secret in plain or in one
-// of the shared-secret encodings; such values are never printed.
+// of the shared-secret encodings ("AuthPassword", "IPSecSharedSecretObf",
+// a vendor's "Password"); such values are never printed.
 bool isSecretKey(const std::string &key);
 
 }  // namespace tarnwick

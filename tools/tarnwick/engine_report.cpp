@@ -1,7 +1,6 @@
 #include "engine_report.hpp"
 
-#include <cstdio>
-
+#include "output.hpp"
 #include "tarnwick/platform/engine.h"
 
 namespace tarnwick {
@@ -40,7 +39,7 @@ std::string engineLine(const Json &report) {
   return line;
 }
 
-void printEngineLine() { std::printf("%s\n", engineLine(takeEngineReport()).c_str()); }
+void printEngineLine() { emit(shown(engineLine(takeEngineReport())) + "\n"); }
 
 bool engineFellShort(const Json &report) {
   return !report.is_null() && report.value("Engine", "none") == "networkmanager" &&
