@@ -327,6 +327,11 @@ PVTypeRef PVCreateWithJSONText(const char *text, PVIndex length, PVJSONFileReade
       auto [line, column] = lineAndColumn(source, failure.byte == 0 ? 0 : failure.byte - 1);
       reportFailure(error, line, column, nullptr, parseErrorReason(failure.what()));
       return nullptr;
+    } catch (const nlohmann::json::out_of_range &) {
+      // Its message quotes the number; where it stands, it does not say.
+      std::string top;
+      reportFailure(error, 0, 0, &top, "a number beyond the range of a double");
+      return nullptr;
     }
     if (duplicates.found) {
       reportFailure(error, 0, 0, &*duplicates.found, "the key appears more than once");

@@ -155,6 +155,7 @@ TEST(PvJson, TextReaderRefusesDuplicateKeysAndQuotesNoText) {
             "PPP.AuthName: the key appears more than once");
   EXPECT_EQ(fromText(R"({"a": [{"x": 1, "x": 2}]})").second, "a.x: the key appears more than once");
   EXPECT_TRUE(fromText(R"({"a": {"x": 1}, "b": {"x": 1}, "c": [{"x": 1}, {"x": 2}]})").first);
+  EXPECT_EQ(fromText(R"({"n": 1e999})").second, ": a number beyond the range of a double");
   for (const char *bad : {R"({"p": hunter2-secret})", "{\"p\": \"hunter2-secret\n\"}",
                           R"({"p": "hunter2-secret\q"})"}) {
     std::string failure = fromText(bad).second;
