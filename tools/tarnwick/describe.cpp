@@ -1,6 +1,7 @@
 #include "describe.hpp"
 
 #include <algorithm>
+#include <functional>
 
 #include "credentials.hpp"
 
@@ -105,9 +106,21 @@ Json summaryJson(const ServiceSummary &service) {
 Json configurationJson(PVDictionaryRef configuration) {
   if (!configuration) return nullptr;
   Json json = jsonFromValue(configuration);
-  for (auto &[key, value] : json.items()) {
-    if (isSecretKey(key)) value = kHidden;
-  }
+  // At any depth: a vendor's configuration nests as it likes.
+  std::function<void(Json &)> hide = [&](Json &node) {
+    if (node.is_array()) {
+      for (auto &item : node) hide(item);
+    }
+    if (!node.is_object()) return;
+    for (auto &[key, value] : node.items()) {
+      if (isSecretKey(key)) {
+        value = kHidden;
+      } else {
+        hide(value);
+      }
+    }
+  };
+  hide(json);
   return json;
 }
 
