@@ -197,7 +197,12 @@ void defineCommands(CLI::App &app, Arguments &a) {
     for (const std::string &word : a.helpTopic) {
       topic = topic->get_subcommand(word);  // checked before parsing
     }
-    emit(topic->help());
+    // From the formatter, named as --help names it: the app's own help
+    // would show the help command's.
+    std::string path = "tarnwick";
+    for (const std::string &word : a.helpTopic) path += " " + word;
+    std::string help = topic->get_formatter()->make_help(topic, path, CLI::AppFormatMode::Normal);
+    emit(help);
   })->add_option("COMMAND", a.helpTopic, "the command (\"secret set\": both words)");
 }
 

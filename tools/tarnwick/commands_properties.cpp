@@ -103,9 +103,7 @@ PVTypeRef readProperty(ZNNetworkServiceRef service, const KeyPlace &place,
     return PVDictionaryGetValue(JXVPNServiceGetProtocolConfiguration(service, type.get()),
                                 place.key);
   }
-  if (!arguments.configurationType.empty()) {
-    return JXVPNServiceGetConfigurationPropertyForType(service, place.key, type.get());
-  }
+  if (place.byType) return JXVPNServiceGetConfigurationPropertyForType(service, place.key, type.get());
   if (place.isProtocolKey) return JXVPNServiceGetProtocolConfigurationProperty(service, place.key);
   return JXVPNServiceGetConfigurationProperty(service, place.key);
 }
@@ -119,7 +117,7 @@ bool writeProperty(ZNNetworkServiceRef service, const KeyPlace &place,
     auto entries = Ref<PVDictionaryRef>::adopt(PVDictionaryCreate(keys, values, 1));
     return JXVPNServiceMergeProtocolConfiguration(service, type.get(), entries.get());
   }
-  if (!arguments.configurationType.empty()) {
+  if (place.byType) {
     return JXVPNServiceSetConfigurationPropertyForType(service, place.key, value, type.get());
   }
   if (place.isProtocolKey) {
@@ -133,7 +131,7 @@ bool removeProperty(ZNNetworkServiceRef service, const KeyPlace &place,
                     const PropertyArguments &arguments) {
   auto type = makeString(place.type);
   auto keys = Ref<PVArrayRef>::adopt(PVArrayCreate(reinterpret_cast<const PVTypeRef *>(&place.key), 1));
-  if (!arguments.protocolType.empty() || !arguments.configurationType.empty()) {
+  if (!arguments.protocolType.empty() || place.byType) {
     bool protocol = !arguments.protocolType.empty();
     PVDictionaryRef configuration = protocol
                                         ? JXVPNServiceGetProtocolConfiguration(service, type.get())

@@ -18,6 +18,14 @@ std::string listed(const std::vector<std::string> &names) {
   return text;
 }
 
+bool hasLayer(ZNNetworkServiceRef service, const std::string &type) {
+  for (ZNNetworkInterfaceRef layer = ZNNetworkServiceGetInterface(service); layer;
+       layer = ZNNetworkInterfaceGetInterface(layer)) {
+    if (textOf(ZNNetworkInterfaceGetInterfaceType(layer)) == type) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 KeyPlace placeKey(ZNNetworkServiceRef service, const PropertyArguments &arguments, bool strict) {
@@ -43,6 +51,7 @@ KeyPlace placeKey(ZNNetworkServiceRef service, const PropertyArguments &argument
     }
     place.anyKey = !protocol && (place.type == "EAP" || place.type == vendorType(service));
     place.key = protocol ? nullptr : constantIn(makeString(place.type).get());
+    place.byType = !protocol;
   } else if (JXVPNGetProtocolTypeForKey(place.made.get())) {
     place.isProtocolKey = true;
     place.type = textOf(JXVPNGetProtocolTypeForKey(place.made.get()));
@@ -55,19 +64,29 @@ KeyPlace placeKey(ZNNetworkServiceRef service, const PropertyArguments &argument
         break;
       }
     }
+    // A key of no layer of this service ("AuthName" of PPP in a vendor
+    // VPN) that its outer layer knows goes there, as an unclassified key
+    // would.
+    std::string outer =
+        textOf(ZNNetworkInterfaceGetInterfaceType(ZNNetworkServiceGetInterface(service)));
+    bool known = JXVPNGetValueKindForKey(place.made.get(), makeString(outer).get()) !=
+                 kJXVPNValueKindUnknown;
+    if (!place.key || (!hasLayer(service, place.type) && known)) {
+      place.key = nullptr;
+      place.type = outer;
+      place.byType = true;
+    }
   }
   if (!place.key) place.key = place.made.get();
   if (!place.type.empty()) {
     place.kind = JXVPNGetValueKindForKey(place.made.get(), makeString(place.type).get());
   }
   if (refuse && place.kind == kJXVPNValueKindUnknown && !place.anyKey) {
-    throw Failure(Exit::usage,
-                  place.type.empty()
-                      ? "\"" + arguments.key +
-                            "\" is not a configuration key the library knows; --type or "
-                            "--protocol says where it goes" + kForce
-                      : "\"" + arguments.key + "\" is not a key of the " + place.type +
-                            " configuration" + kForce);
+    bool given = !arguments.protocolType.empty() || !arguments.configurationType.empty();
+    throw Failure(Exit::usage, "\"" + arguments.key + "\" is not a key of the " + place.type +
+                                   " configuration" +
+                                   (given ? "" : "; --type or --protocol says where it goes") +
+                                   kForce);
   }
   return place;
 }

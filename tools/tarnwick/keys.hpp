@@ -19,10 +19,12 @@ struct KeyPlace {
   std::string type;           // the configuration or protocol type; "" when unknown
   JXVPNValueKind kind = kJXVPNValueKindUnknown;
   bool anyKey = false;        // a configuration whose keys are not the library's (EAP, vendor)
+  bool byType = false;        // reached through its configuration type, not the classifiers
 };
 
 // Where the key of `arguments` goes in the service: the --type or
-// --protocol given, else where the library's classifiers put it. Where two
+// --protocol given, else where the library's classifiers put it, else (as
+// the library does) the outer layer's own configuration. Where two
 // constants share a text ("AuthenticationMethod" of IPSec and of VPN), the
 // service's type chooses: the VPN one for a vendor VPN service. With
 // `strict`, a key or configuration type the library does not know is a
