@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <functional>
 
 #include "commands.hpp"
 #include "credentials.hpp"
@@ -148,6 +149,33 @@ bool removeProperty(ZNNetworkServiceRef service, const KeyPlace &place,
   return JXVPNServiceRemoveConfigurationProperties(service, keys.get());
 }
 
+// The account password's Coffer item is named after the account ("AuthName",
+// "XAuthName"): a change of the name moves the password with it rather than
+// leaving it where nothing finds it. `change` makes the change itself.
+void keepingAccountPassword(Transaction &transaction, const Ref<ZNNetworkServiceRef> &service,
+                            const KeyPlace &place, const PropertyArguments &arguments,
+                            const std::function<void()> &change) {
+  auto password = copySecret(service.get(), Secret::accountPassword);
+  bool accountName = arguments.key == "AuthName" || arguments.key == "XAuthName";
+  if (!password || !accountName) {
+    change();
+    return;
+  }
+  transaction.setSecret(service, Secret::accountPassword, nullptr);
+  // Undone before the store is re-read, so the old name holds again for the
+  // undo of the removal above.
+  PVTypeRef old = readProperty(service.get(), place, arguments);
+  transaction.onUndo([service, place, arguments, old = Ref<PVTypeRef>::retain(old)] {
+    if (old) {
+      (void)writeProperty(service.get(), place, arguments, old.get());
+    } else {
+      (void)removeProperty(service.get(), place, arguments);
+    }
+  });
+  change();
+  transaction.setSecret(service, Secret::accountPassword, password.get());
+}
+
 [[noreturn]] void noValue(ZNNetworkServiceRef service, const std::string &key) {
   throw Failure(Exit::notFound,
                 "\"" + serviceName(service) + "\" has no value for \"" + key + "\"");
@@ -203,11 +231,13 @@ void setCommand(const GlobalOptions &options, const PropertyArguments &arguments
   auto service = findService(prefs.get(), arguments.service);
   KeyPlace place = placeKey(service.get(), arguments, true);
   auto value = convertValue(place, arguments.key, arguments.value);
-  if (!writeProperty(service.get(), place, arguments, value.get())) {
-    throw Failure(Exit::failure, "cannot set \"" + arguments.key + "\" of \"" +
-                                     serviceName(service.get()) +
-                                     "\": " + ZNErrorString(ZNError()));
-  }
+  keepingAccountPassword(transaction, service, place, arguments, [&] {
+    if (!writeProperty(service.get(), place, arguments, value.get())) {
+      throw Failure(Exit::failure, "cannot set \"" + arguments.key + "\" of \"" +
+                                       serviceName(service.get()) +
+                                       "\": " + ZNErrorString(ZNError()));
+    }
+  });
   transaction.commit();
   reportChange(options, service.get(), {{"key", arguments.key}, {"value", jsonFromValue(value.get())}},
                "");
@@ -219,11 +249,13 @@ void unsetCommand(const GlobalOptions &options, const PropertyArguments &argumen
   auto service = findService(prefs.get(), arguments.service);
   KeyPlace place = placeKey(service.get(), arguments, false);
   if (!readProperty(service.get(), place, arguments)) noValue(service.get(), arguments.key);
-  if (!removeProperty(service.get(), place, arguments)) {
-    throw Failure(Exit::failure, "cannot remove \"" + arguments.key + "\" of \"" +
-                                     serviceName(service.get()) +
-                                     "\": " + ZNErrorString(ZNError()));
-  }
+  keepingAccountPassword(transaction, service, place, arguments, [&] {
+    if (!removeProperty(service.get(), place, arguments)) {
+      throw Failure(Exit::failure, "cannot remove \"" + arguments.key + "\" of \"" +
+                                       serviceName(service.get()) +
+                                       "\": " + ZNErrorString(ZNError()));
+    }
+  });
   transaction.commit();
   reportChange(options, service.get(), {{"key", arguments.key}},
                "Removed \"" + shown(arguments.key) + "\" of \"" +
