@@ -19,9 +19,9 @@ void applyCommand(const GlobalOptions &options) {
     printJson(report);
   } else {
     emit(engineLine(report) + "\n");
-    for (const auto &service : report["Services"]) {
-      if (service.contains("Reason")) {
-        emit("  \"" + shown(service.value("Name", "")) + "\": " + shown(stateText(service)) + "\n");
+    for (const auto &service : report["services"]) {
+      if (service.contains("reason")) {
+        emit("  \"" + shown(service.value("name", "")) + "\": " + shown(stateText(service)) + "\n");
       }
     }
   }
@@ -37,28 +37,28 @@ void statusCommand(const GlobalOptions &options) {
     throw Failure(Exit::storeUnavailable,
                   std::string("cannot read the store: ") + ZNErrorString(ZNError()));
   }
-  Json json = jsonFromValue(status.get());
-  json["Store"] = ZNPreferencesGetStoreDirectory(prefs.get());
+  Json json = engineJson(status.get());
+  json["store"] = ZNPreferencesGetStoreDirectory(prefs.get());
   if (options.json) {
     printJson(json);
     return;
   }
-  Json fields = {{"Store", json["Store"]},
-                 {"Generation", std::to_string(json.value("Generation", 0)) + ", applied " +
-                                    std::to_string(json.value("AppliedGeneration", 0))},
-                 {"Engine", json["Engine"]}};
-  if (json.contains("Failure")) fields["Failure"] = json["Failure"];
-  if (size_t leftover = json.value("Leftover", size_t(0))) {
+  Json fields = {{"Store", json["store"]},
+                 {"Generation", std::to_string(json.value("generation", 0)) + ", applied " +
+                                    std::to_string(json.value("appliedGeneration", 0))},
+                 {"Engine", json["engine"]}};
+  if (json.contains("failure")) fields["Failure"] = json["failure"];
+  if (size_t leftover = json.value("leftover", size_t(0))) {
     fields["Leftover"] = std::to_string(leftover) + " connections, deleted by the next apply";
   }
   printFields(fields);
   std::vector<std::vector<std::string>> rows;
-  for (const auto &service : json["Services"]) {
-    std::string type = service.value("Type", "");
-    if (service.contains("VendorType"))
-      type += " (" + service["VendorType"].get<std::string>() + ")";
+  for (const auto &service : json["services"]) {
+    std::string type = service.value("type", "");
+    if (service.contains("vendorType"))
+      type += " (" + service["vendorType"].get<std::string>() + ")";
     rows.push_back(
-        {service.value("Name", ""), type, service.value("Plugin", "-"), stateText(service)});
+        {service.value("name", ""), type, service.value("plugin", "-"), stateText(service)});
   }
   emit("\n");
   printTable({"NAME", "TYPE", "PLUGIN", "STATE"}, rows);
