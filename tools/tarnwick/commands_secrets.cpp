@@ -12,18 +12,6 @@
 namespace tarnwick {
 namespace {
 
-const char *secretField(Secret which) {
-  switch (which) {
-    case Secret::accountPassword:
-      return "accountPassword";
-    case Secret::proxyPassword:
-      return "proxyPassword";
-    case Secret::sharedSecret:
-      return "sharedSecret";
-  }
-  return "secret";
-}
-
 // Storing a shared secret makes a service authenticate with it: in a
 // certificate service it switches the method, in a PPTP or vendor service
 // it adds an IPSec configuration. Refused unless forced, saying which.

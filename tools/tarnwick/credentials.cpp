@@ -21,19 +21,31 @@ void appendData(std::vector<Ref<PVDataRef>> &references, PVTypeRef value) {
   references.push_back(Ref<PVDataRef>::retain(data));
 }
 
+// Each secret's words, and its field in the JSON output.
+struct SecretNames {
+  Secret which;
+  const char *name;
+  const char *field;
+};
+
+constexpr SecretNames kSecretNames[] = {
+    {Secret::accountPassword, "account password", "accountPassword"},
+    {Secret::proxyPassword, "proxy password", "proxyPassword"},
+    {Secret::sharedSecret, "shared secret", "sharedSecret"},
+};
+
+const SecretNames &namesOf(Secret which) {
+  for (const SecretNames &names : kSecretNames) {
+    if (names.which == which) return names;
+  }
+  return kSecretNames[0];
+}
+
 }  // namespace
 
-const char *secretName(Secret which) {
-  switch (which) {
-    case Secret::accountPassword:
-      return "account password";
-    case Secret::proxyPassword:
-      return "proxy password";
-    case Secret::sharedSecret:
-      return "shared secret";
-  }
-  return "secret";
-}
+const char *secretName(Secret which) { return namesOf(which).name; }
+
+const char *secretField(Secret which) { return namesOf(which).field; }
 
 Ref<PVStringRef> copySecret(ZNNetworkServiceRef service, Secret which) {
   if (which == Secret::sharedSecret) {

@@ -14,6 +14,8 @@ enum class Secret { accountPassword, proxyPassword, sharedSecret };
 
 // "account password", "proxy password", "shared secret".
 const char *secretName(Secret which);
+// "accountPassword", "proxyPassword", "sharedSecret": its JSON field.
+const char *secretField(Secret which);
 
 // The stored secret, or null.
 Ref<PVStringRef> copySecret(ZNNetworkServiceRef service, Secret which);

@@ -78,10 +78,12 @@ Json secretsJson(ZNNetworkServiceRef service) {
   bool certificateStored =
       !certificates.empty() && std::all_of(certificates.begin(), certificates.end(),
                                            [](const auto &ref) { return cofferHolds(ref.get()); });
-  return {{"accountPassword", storedOrAbsent(service, Secret::accountPassword)},
-          {"sharedSecret", storedOrAbsent(service, Secret::sharedSecret)},
-          {"proxyPassword", storedOrAbsent(service, Secret::proxyPassword)},
-          {"certificate", storedOrAbsent(certificateStored)}};
+  Json json = Json::object();
+  for (Secret which : {Secret::accountPassword, Secret::sharedSecret, Secret::proxyPassword}) {
+    json[secretField(which)] = storedOrAbsent(service, which);
+  }
+  json["certificate"] = storedOrAbsent(certificateStored);
+  return json;
 }
 
 Json setJson(ZNNetworkSetRef set) {
