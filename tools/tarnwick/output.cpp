@@ -84,7 +84,7 @@ std::string shown(const std::string &text) {
   for (size_t i = 0; i < text.size();) {
     size_t start = i;
     long point = nextCodePoint(text, i);
-    char escape[16];
+    char escape[32];
     if (point < 0) {
       std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(text[start]));
     } else if (!isControl(point)) {
