@@ -44,13 +44,13 @@ TEST_F(ConnectionCommands, ListAndShowTellEachServicesLiveStatus) {
 TEST_F(ConnectionCommands, WithoutAnEngineNothingConnectsAndDisconnectMarksTheRegistry) {
   ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
   ToolResult connect = tool({"connect", kOffice});
-  EXPECT_EQ(connect.exitCode, 9);
+  EXPECT_EQ(connect.exitCode, 10);
   EXPECT_EQ(connect.err,
             "tarnwick: cannot connect \"Harbour Office (L2TP)\": no VPN engine is on "
             "(TARNWICK_ENGINE=none, or NetworkManager does not run on the system bus)\n");
   ToolResult forced = toolWithoutStore({"--store", storeDir(), "connect", kOffice},
                                        {"TARNWICK_ENGINE=networkmanager"});
-  EXPECT_EQ(forced.exitCode, 9);
+  EXPECT_EQ(forced.exitCode, 10);
   EXPECT_NE(forced.err.find("NetworkManager cannot be reached"), std::string::npos) << forced.err;
 
   ToolResult idle = tool({"disconnect", kOffice});
@@ -60,21 +60,22 @@ TEST_F(ConnectionCommands, WithoutAnEngineNothingConnectsAndDisconnectMarksTheRe
   ASSERT_TRUE(
       ZNNetworkConnectionSetStatusForServiceID(text(office).get(), kZNNetworkConnectionConnected));
   EXPECT_EQ(tool({"connect", kOffice}).out, "\"Harbour Office (L2TP)\" is connected already.\n");
-  ToolResult disconnect = tool({"--json", "disconnect", kOffice});
+  ToolResult disconnect = tool({"--json", "disconnect", "--id", office});
   EXPECT_EQ(disconnect.exitCode, 0) << disconnect.err;
   EXPECT_EQ(disconnect.json(),
-            (json{{"id", office}, {"name", kOffice}, {"status", "disconnected"}}));
+            (json{{"service", {{"id", office}, {"name", kOffice}, {"type", "L2TP"}}},
+                  {"status", "disconnected"}}));
   EXPECT_EQ(tool({"--json", "show", kOffice}).json()["status"], "disconnected");
 
   EXPECT_EQ(tool({"connect", "No Such Service"}).exitCode, 4);
-  EXPECT_EQ(tool({"connect", kOffice, "--wait", "0"}).exitCode, 2);
+  EXPECT_EQ(tool({"connect", kOffice, "--timeout", "0"}).exitCode, 2);
   EXPECT_EQ(tool({"connect"}).exitCode, 2);
 }
 
 TEST_F(ConnectionCommands, TheAgentWithoutASystemBusStopsWithItsExitCode) {
   ToolResult agent = tool({"agent"});
-  EXPECT_EQ(agent.exitCode, 9);
-  EXPECT_NE(agent.err.find("tarnwick agent: stopped: no system bus at"), std::string::npos)
+  EXPECT_EQ(agent.exitCode, 10);
+  EXPECT_NE(agent.err.find("tarnwick: agent: stopped: no system bus at"), std::string::npos)
       << agent.err;
   EXPECT_NE(agent.err.find("tarnwick: the secret agent cannot reach the system bus"),
             std::string::npos)

@@ -1,10 +1,11 @@
 // agent: the secret agent that hands NetworkManager the secrets of the
 // store's connections from the Coffer, until it is stopped.
-#include <cstdio>
+#include <string>
 
 #include "commands.hpp"
 #include "credentials.hpp"
 #include "failure.hpp"
+#include "output.hpp"
 #include "tarnwick/platform/agent.h"
 
 namespace tarnwick {
@@ -25,15 +26,16 @@ PVStringRef copyCredential(ZNNetworkServiceRef service, ZNSecretAgentCredential 
 }
 
 // One line per event on standard error: the journal's, under systemd.
-void note(const char *text, void *) { std::fprintf(stderr, "tarnwick agent: %s\n", text); }
+void noteEvent(const char *text, void *) { note(std::string("agent: ") + text); }
 
 }  // namespace
 
 void agentCommand(const GlobalOptions &options) {
   // Opened first, so that a store that cannot be opened fails at once
   // rather than at NetworkManager's first request.
-  openStore(options);
-  auto agent = Ref<ZNSecretAgentRef>::adopt(ZNSecretAgentCreate(copyCredential, note, nullptr));
+  openStore(options, Access::existing);
+  auto agent =
+      Ref<ZNSecretAgentRef>::adopt(ZNSecretAgentCreate(copyCredential, noteEvent, nullptr));
   if (!agent) throw Failure(Exit::failure, "cannot make the secret agent");
   if (!ZNSecretAgentRun(agent.get())) {
     throw Failure(Exit::noEngine, "the secret agent cannot reach the system bus, or lost it");

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "commands.hpp"
+#include "describe.hpp"
 #include "failure.hpp"
 #include "live_status.hpp"
 #include "output.hpp"
@@ -21,11 +22,10 @@ constexpr std::chrono::milliseconds kPoll{100};
 
 // The service's live connection, and the service as the messages name it.
 struct Controlled {
-  std::string id;
-  std::string name;
+  ServiceSummary service;
   Ref<ZNNetworkConnectionRef> connection;
 
-  std::string quotedName() const { return "\"" + name + "\""; }
+  std::string quotedName() const { return "\"" + shown(service.name) + "\""; }
 
   // Why the engine refused or ended the connection, in its words.
   std::string reason(const char *otherwise) const {
@@ -50,10 +50,10 @@ struct Controlled {
   }
 };
 
-Controlled control(const GlobalOptions &options, const std::string &serviceArgument) {
-  auto prefs = openStore(options);
+Controlled control(const GlobalOptions &options, const ServiceArgument &serviceArgument) {
+  auto prefs = openStore(options, Access::existing);
   auto service = findService(prefs.get(), serviceArgument);
-  Controlled controlled{serviceID(service.get()), serviceName(service.get()), {}};
+  Controlled controlled{summarize(service.get()), {}};
   controlled.connection = Ref<ZNNetworkConnectionRef>::adopt(ZNNetworkConnectionCreateWithServiceID(
       nullptr, ZNNetworkServiceGetServiceID(service.get()), nullptr, nullptr));
   if (!controlled.connection) {
@@ -88,10 +88,10 @@ class Progress {
 // Polls the status until `settled` says it has settled or the wait runs
 // out; the last status read.
 template <typename Settled>
-int follow(const Controlled &controlled, double waitSeconds, Settled settled) {
+int follow(const Controlled &controlled, double timeoutSeconds, Settled settled) {
   const auto start = Clock::now();
   const auto deadline = start + std::chrono::duration_cast<Clock::duration>(
-                                    std::chrono::duration<double>(waitSeconds));
+                                    std::chrono::duration<double>(timeoutSeconds));
   Progress progress(controlled.quotedName());
   for (;;) {
     int status = controlled.status();
@@ -104,10 +104,9 @@ int follow(const Controlled &controlled, double waitSeconds, Settled settled) {
 void report(const GlobalOptions &options, const Controlled &controlled, int status,
             const std::string &sentence) {
   if (options.json) {
-    printJson(
-        Json{{"id", controlled.id}, {"name", controlled.name}, {"status", statusWord(status)}});
+    printJson({{"service", summaryJson(controlled.service)}, {"status", statusWord(status)}});
   } else {
-    std::printf("%s\n", sentence.c_str());
+    emit(sentence + "\n");
   }
 }
 
@@ -125,7 +124,7 @@ void connectCommand(const GlobalOptions &options, const ConnectionArguments &arg
       !ZNNetworkConnectionStart(controlled.connection.get())) {
     controlled.fail("cannot connect " + controlled.quotedName());
   }
-  status = follow(controlled, arguments.waitSeconds,
+  status = follow(controlled, arguments.timeoutSeconds,
                   [](int s) { return s != kZNNetworkConnectionConnecting; });
   if (status == kZNNetworkConnectionConnected) {
     report(options, controlled, status, "Connected " + controlled.quotedName() + ".");
@@ -133,7 +132,7 @@ void connectCommand(const GlobalOptions &options, const ConnectionArguments &arg
   }
   if (status == kZNNetworkConnectionConnecting) {
     throw Failure(Exit::timedOut, controlled.quotedName() + " is still connecting after " +
-                                      tableText(Json(arguments.waitSeconds)) +
+                                      tableText(Json(arguments.timeoutSeconds)) +
                                       " s; it goes on (tarnwick disconnect stops it)");
   }
   throw Failure(Exit::connectionFailed,
@@ -151,11 +150,11 @@ void disconnectCommand(const GlobalOptions &options, const ConnectionArguments &
   if (!ZNNetworkConnectionStop(controlled.connection.get(), true)) {
     controlled.fail("cannot disconnect " + controlled.quotedName());
   }
-  status = follow(controlled, arguments.waitSeconds,
+  status = follow(controlled, arguments.timeoutSeconds,
                   [](int s) { return s == kZNNetworkConnectionDisconnected; });
   if (status != kZNNetworkConnectionDisconnected) {
     throw Failure(Exit::timedOut, controlled.quotedName() + " is still " + statusWord(status) +
-                                      " after " + tableText(Json(arguments.waitSeconds)) + " s");
+                                      " after " + tableText(Json(arguments.timeoutSeconds)) + " s");
   }
   report(options, controlled, status, "Disconnected " + controlled.quotedName() + ".");
 }

@@ -10,17 +10,18 @@ namespace tarnwick {
 // Documented in --help and in tarnwick(1); scripts rely on them.
 enum class Exit : int {
   ok = 0,
-  failure = 1,            // any failure without a class of its own
-  usage = 2,              // the command line, or what standard input gave
-  malformedPayload = 3,   // a payload file that cannot be read as a payload
-  notFound = 4,           // no such service (or file, or stored secret)
-  storeUnavailable = 5,   // the store cannot be opened
-  lock = 6,               // the preferences lock cannot be taken
-  credentialStore = 7,    // the Coffer did not keep or give a credential
-  engine = 8,             // apply: the VPN engine did not take every change
-  noEngine = 9,           // connect, disconnect, agent: no VPN engine, or it does not answer
-  connectionFailed = 10,  // connect, disconnect: NetworkManager refused, or the connection failed
-  timedOut = 11,          // connect, disconnect: no outcome within the time allowed
+  failure = 1,           // any failure without a class of its own
+  usage = 2,             // the command line, or what standard input gave
+  malformedPayload = 3,  // a payload file that cannot be read as a payload
+  notFound = 4,          // no such service (or file, or stored secret)
+  storeUnavailable = 5,  // the store cannot be opened
+  lock = 6,              // the preferences lock cannot be taken
+  credentialStore = 7,   // the Coffer did not keep or give a credential
+  engine = 8,            // apply: the VPN engine did not take every change
+  // 9 is kept for another class of failure.
+  noEngine = 10,          // connect, disconnect, agent: no VPN engine, or it does not answer
+  connectionFailed = 11,  // connect, disconnect: NetworkManager refused, or the connection failed
+  timedOut = 12,          // connect, disconnect: no outcome within the time allowed
 };
 
 class Failure : public std::runtime_error {

@@ -139,7 +139,7 @@ TEST_F(ConnectTest, AnActivationWithoutAServerIsConnectingThenDisconnectedWithIt
 
 TEST_F(ConnectTest, ConnectFailsWithNetworkManagersReason) {
   ToolResult connect = nm({"connect", kOffice});
-  EXPECT_EQ(connect.exitCode, 10) << connect.out << connect.err;
+  EXPECT_EQ(connect.exitCode, 11) << connect.out << connect.err;
   EXPECT_TRUE(
       std::regex_search(connect.err, std::regex("^tarnwick: cannot connect \"Harbour "
                                                 "Office \\(L2TP\\)\": NetworkManager ended")))
@@ -152,7 +152,7 @@ TEST_F(ConnectTest, ConnectFailsWithNetworkManagersReason) {
   // No connection for a service that no plugin can express.
   install("ipsec-certificate.json");
   ToolResult none = nm({"connect", "Harbour Gateway (certificate)"});
-  EXPECT_EQ(none.exitCode, 10);
+  EXPECT_EQ(none.exitCode, 11);
   EXPECT_NE(none.err.find("NetworkManager holds no connection for the service"), std::string::npos)
       << none.err;
 }
@@ -167,8 +167,8 @@ TEST_F(ConnectTest, TheToolFollowsAConnectionItDidNotStartAndStopsIt) {
   EXPECT_EQ(nm({"--json", "show", kOffice}).json()["status"], "connecting");
 
   // A wait that runs out leaves it going, and says so.
-  ToolResult waited = nm({"connect", kOffice, "--wait", "0.3"});
-  EXPECT_EQ(waited.exitCode, 11) << waited.err;
+  ToolResult waited = nm({"connect", kOffice, "--timeout", "0.3"});
+  EXPECT_EQ(waited.exitCode, 12) << waited.err;
   EXPECT_NE(waited.err.find("is still connecting after 0.3 s"), std::string::npos) << waited.err;
   EXPECT_TRUE(active());
 
@@ -215,7 +215,7 @@ TEST_F(ConnectTest, TheCoffersPreSharedKeyAuthenticatesToARealIPsecServer) {
   Sandbox::startIpsecServer("harbour-l2tp-psk");
   // Moving the far end away took the base's carrier for a moment.
   Sandbox::nmcli("--wait 10 connection up base");
-  ToolResult connect = nm({"connect", kOffice, "--wait", "15"});
+  ToolResult connect = nm({"connect", kOffice, "--timeout", "15"});
   nm({"disconnect", kOffice});
   Sandbox::stopIpsecServer();
   std::string log = Sandbox::ipsecServerLog();
@@ -223,12 +223,12 @@ TEST_F(ConnectTest, TheCoffersPreSharedKeyAuthenticatesToARealIPsecServer) {
             std::string::npos)
       << log << connect.err;
   // Failed at the kernel, or still waiting for an L2TP server.
-  EXPECT_TRUE(connect.exitCode == 10 || connect.exitCode == 11) << connect.err;
+  EXPECT_TRUE(connect.exitCode == 11 || connect.exitCode == 12) << connect.err;
 
   // A server with another key does not let it in.
   Sandbox::startIpsecServer("another-harbour-key");
   Sandbox::nmcli("--wait 10 connection up base");
-  ToolResult refused = nm({"connect", kOffice, "--wait", "5"});
+  ToolResult refused = nm({"connect", kOffice, "--timeout", "5"});
   nm({"disconnect", kOffice});
   Sandbox::stopIpsecServer();
   log = Sandbox::ipsecServerLog();

@@ -52,8 +52,8 @@ class NetworkManagerTest : public CliTest {
   // The service of that name in the store: its identifier.
   std::string serviceID(const std::string &name) const {
     nlohmann::json status = nm({"--json", "status"}).json();
-    for (const auto &service : status["Services"]) {
-      if (service["Name"] == name) return service["ServiceID"];
+    for (const auto &service : status["services"]) {
+      if (service["name"] == name) return service["id"];
     }
     ADD_FAILURE() << "no service " << name;
     return "";
@@ -103,8 +103,8 @@ class NetworkManagerTest : public CliTest {
   std::map<std::string, std::string> states() const {
     std::map<std::string, std::string> states;
     nlohmann::json status = nm({"--json", "status"}).json();
-    for (const auto &service : status["Services"]) {
-      states[service["Name"]] = service["State"];
+    for (const auto &service : status["services"]) {
+      states[service["name"]] = service["state"];
     }
     return states;
   }

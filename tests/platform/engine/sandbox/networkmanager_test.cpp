@@ -70,15 +70,15 @@ TEST_F(NetworkManagerTest, EveryExpressibleExampleBecomesItsPluginsConnection) {
     SCOPED_TRACE(example.payload);
     std::string uuid = uuidOf(example.name);
     json service;
-    for (const auto &s : status["Services"]) {
-      if (s["Name"] == example.name) service = s;
+    for (const auto &s : status["services"]) {
+      if (s["name"] == example.name) service = s;
     }
     if (!example.serviceType) {
       EXPECT_FALSE(held.contains(uuid));
-      EXPECT_EQ(service["State"], "cannot-express");
-      EXPECT_NE(service["Reason"].get<std::string>().find(example.data.get<std::string>()),
+      EXPECT_EQ(service["state"], "cannot-express");
+      EXPECT_NE(service["reason"].get<std::string>().find(example.data.get<std::string>()),
                 std::string::npos)
-          << service["Reason"];
+          << service["reason"];
       continue;
     }
     expected.insert(uuid);
@@ -89,7 +89,7 @@ TEST_F(NetworkManagerTest, EveryExpressibleExampleBecomesItsPluginsConnection) {
     EXPECT_EQ(settings["connection"]["autoconnect"], false);
     EXPECT_EQ(settings["vpn"]["service-type"], example.serviceType);
     EXPECT_EQ(held[uuid].data(), example.data);
-    EXPECT_EQ(service["State"], "in-line");
+    EXPECT_EQ(service["state"], "in-line");
   }
   std::set<std::string> all;
   for (const auto &[uuid, connection] : held) all.insert(uuid);
