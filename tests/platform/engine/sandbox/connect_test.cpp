@@ -64,6 +64,20 @@ class ConnectTest : public NetworkManagerTest {
     EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionConnecting);
     return connection;
   }
+  // Started, and in the plugin's hands with the agent's secrets: it stays
+  // connecting for seconds, until the server that is not there times out.
+  Ref<ZNNetworkConnectionRef> startedWithSecrets() const {
+    auto connection = started();
+    waitForAgent("gave \"" + std::string(kOffice) + "\"");
+    EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionConnecting);
+    return connection;
+  }
+  // How often NetworkManager logged a deactivation of the connection asked
+  // for over D-Bus: its own failures are not logged so.
+  size_t deactivationsAsked() const {
+    return countIn(fileBytes(Sandbox::directory() + "/NetworkManager.log"),
+                   "op=\"connection-deactivate\" uuid=\"" + uuid_ + "\"");
+  }
 
   std::string id_;
   std::string uuid_;
@@ -185,18 +199,21 @@ TEST_F(ConnectTest, TheToolFollowsAConnectionItDidNotStartAndStopsIt) {
 }
 
 TEST_F(ConnectTest, StopDeactivatesTheConnection) {
-  auto connection = started();
+  auto connection = startedWithSecrets();
   ASSERT_TRUE(active());
   // Another controller of the same service stops what the first started.
   EXPECT_TRUE(ZNNetworkConnectionStop(controller().get(), true));
   EXPECT_FALSE(active());
+  EXPECT_EQ(deactivationsAsked(), 1u);
   EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionDisconnected);
   // Stopping what is not active is no failure.
   EXPECT_TRUE(ZNNetworkConnectionStop(connection.get(), true));
 }
 
 TEST_F(ConnectTest, RemovingTheServiceStopsItsConnection) {
-  auto connection = started();
+  // Once the plugin holds the secrets: before that, the removal's deletion
+  // of the Coffer's secrets would fail the activation on its own.
+  auto connection = startedWithSecrets();
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
   auto service =
       Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs.get(), text(id_).get()));
@@ -205,6 +222,7 @@ TEST_F(ConnectTest, RemovingTheServiceStopsItsConnection) {
   // Stopped by the removal itself: nothing is committed, and NetworkManager
   // still holds the connection.
   EXPECT_FALSE(active());
+  EXPECT_EQ(deactivationsAsked(), 1u);
   EXPECT_TRUE(heldConnections().contains(uuid_));
 }
 
