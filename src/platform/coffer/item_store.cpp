@@ -72,11 +72,17 @@ std::pair<int64_t, Item> readItem(const sql::Statement &row) {
   return {row.integer(0), std::move(item)};
 }
 
+std::string selectStatement(const Filter &filter, const char *limit) {
+  return std::string("SELECT ") + kItemColumns + " FROM items" + filter.sql + " ORDER BY id" +
+         limit;
+}
+
+std::string deleteStatement(const Filter &filter) { return "DELETE FROM items" + filter.sql; }
+
 std::vector<std::pair<int64_t, Item>> selectItems(sql::Database &db, const Query &query,
                                                   const char *limit) {
   Filter filter = filterOf(query);
-  sql::Statement statement(db, std::string("SELECT ") + kItemColumns + " FROM items" +
-                                   filter.sql + " ORDER BY id" + limit);
+  sql::Statement statement(db, selectStatement(filter, limit));
   filter.bind(statement);
   std::vector<std::pair<int64_t, Item>> rows;
   while (statement.step()) rows.push_back(readItem(statement));
@@ -98,6 +104,12 @@ void rewrite(sql::Database &db, int64_t id, const Item &item) {
 }
 
 }  // namespace
+
+std::vector<std::string> searches(const Query &query) {
+  Filter filter = filterOf(query);
+  return {selectStatement(filter, " LIMIT 1"), selectStatement(filter, ""),
+          deleteStatement(filter)};
+}
 
 VltStatus findFirst(sql::Database &db, const Query &query, Item &item) {
   auto rows = selectItems(db, query, " LIMIT 1");
@@ -152,7 +164,7 @@ VltStatus update(sql::Database &db, const Query &query, const Changes &changes) 
 VltStatus remove(sql::Database &db, const Query &query) {
   sql::Transaction transaction(db, sql::Transaction::kWrite);
   Filter filter = filterOf(query);
-  sql::Statement statement(db, "DELETE FROM items" + filter.sql);
+  sql::Statement statement(db, deleteStatement(filter));
   filter.bind(statement);
   statement.run();
   if (db.changes() == 0) return kVltErrorItemNotFound;
