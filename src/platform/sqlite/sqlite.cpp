@@ -88,18 +88,28 @@ std::optional<std::string> Statement::text(int column) const {
   return std::string(bytes(column));
 }
 
-Transaction::Transaction(Database &db, Kind kind) : db_(db) {
-  db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+Transaction::Transaction(Database &db, Kind kind)
+    : db_(db), nested_(sqlite3_get_autocommit(db.get()) == 0) {
+  if (nested_) {
+    db_.execute("SAVEPOINT nested");
+  } else {
+    db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+  }
 }
 
 Transaction::~Transaction() {
+  if (!open_) return;
   // Nothing to report from here: a failed rollback leaves the transaction
   // to SQLite, which rolls it back when the connection closes.
-  if (open_) sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  if (nested_) {
+    sqlite3_exec(db_.get(), "ROLLBACK TO nested; RELEASE nested", nullptr, nullptr, nullptr);
+  } else {
+    sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  }
 }
 
 void Transaction::commit() {
-  db_.execute("COMMIT");
+  db_.execute(nested_ ? "RELEASE nested" : "COMMIT");
   open_ = false;
 }
 

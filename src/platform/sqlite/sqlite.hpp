@@ -83,6 +83,10 @@ class Statement {
 // begins IMMEDIATE: it takes the write lock before it reads, so what it
 // read still holds when it writes, and only it waits for other writers
 // (a reader upgrading its lock would get SQLITE_BUSY at once).
+//
+// Begun while the connection is already in a transaction, it is a
+// savepoint of that one: its commit keeps its changes for the outer
+// transaction to commit, its rollback undoes only its own.
 class Transaction {
  public:
   enum Kind { kRead, kWrite };
@@ -94,6 +98,7 @@ class Transaction {
 
  private:
   Database &db_;
+  bool nested_;
   bool open_ = true;
 };
 
