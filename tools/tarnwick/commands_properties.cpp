@@ -85,7 +85,7 @@ void setCommand(const GlobalOptions &options, const PropertyArguments &arguments
                   "the Coffer");
   auto value = parseValue(arguments.value);
   auto prefs = openStore(options);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::preferences);
   auto service = findService(prefs.get(), arguments.service);
   if (!writeProperty(service.get(), arguments, value.get())) {
     throw Failure(Exit::failure, "cannot set \"" + arguments.key + "\" of \"" +
@@ -98,7 +98,7 @@ void setCommand(const GlobalOptions &options, const PropertyArguments &arguments
 
 void selectCommand(const GlobalOptions &options, const std::string &serviceArgument) {
   auto prefs = openStore(options);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::preferences);
   auto service = findService(prefs.get(), serviceArgument);
   if (!JXVPNSetSelectedService(service.get(), prefs.get(), true)) {
     throw Failure(Exit::failure, "cannot select \"" + serviceName(service.get()) +

@@ -19,7 +19,7 @@ void storeUnderLock(const GlobalOptions &options, const std::string &serviceArgu
                     const std::string &secret) {
   auto value = makeString(secret);
   auto prefs = openStore(options);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::secrets);
   auto service = findService(prefs.get(), serviceArgument);
   auto previous = copySecret(service.get(), which);
   transaction.onUndo([service, which, previous] {

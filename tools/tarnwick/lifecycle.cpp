@@ -192,7 +192,7 @@ ServiceSummary summarize(ZNNetworkServiceRef service) {
 
 Installed installPayload(ZNPreferencesRef prefs, const PayloadFile &payload) {
   PVDictionaryRef dictionary = payload.dictionary.get();
-  Transaction transaction(prefs);
+  Transaction transaction(prefs, Transaction::Writes::secrets);
   Installed installed;
   // Reinstalling a payload replaces its service. Removed first, so that the
   // new service's name-keyed proxy password is not removed with the old one.
@@ -213,6 +213,7 @@ Installed installPayload(ZNPreferencesRef prefs, const PayloadFile &payload) {
   std::vector<Secret> stored = storeCredentials(transaction, service, payload);
   stripPlainSecrets(service.get(), stored, payload);
   recordPayloadIdentity(service.get(), payload);
+  transaction.storeSecrets();  // selecting the service may commit
   if (!JXVPNUpdateDefaultsAfterAddingService(service.get(), prefs)) {
     failInstall(payload, "cannot select the new service");
   }
@@ -223,12 +224,13 @@ Installed installPayload(ZNPreferencesRef prefs, const PayloadFile &payload) {
 }
 
 std::vector<ServiceSummary> removeServices(ZNPreferencesRef prefs, const RemovalTarget &target) {
-  Transaction transaction(prefs);
+  Transaction transaction(prefs, Transaction::Writes::secrets);
   std::vector<ServiceSummary> removed;
   for (auto &service : removalTargets(prefs, target)) {
     removed.push_back(summarize(service.get()));
     transaction.removeService(service.get());
   }
+  transaction.storeSecrets();  // a new selection commits
   // False when no VPN service is left to select: nothing to do then.
   (void)JXVPNUpdateDefaultsAfterDeletingServiceInPreferences(prefs);
   transaction.commit();
