@@ -3,12 +3,12 @@
 // lock of ours.
 #include "platform/coffer/item_store.hpp"
 
-#include <openssl/rand.h>
-
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "platform/random/random.hpp"
 
 namespace vlt {
 
@@ -120,7 +120,9 @@ VltStatus findFirst(sql::Database &db, const Query &query, Item &item) {
 
 void insert(sql::Database &db, Item &item) {
   unsigned char reference[kPersistentReferenceSize];
-  if (RAND_bytes(reference, sizeof reference) != 1) throw std::runtime_error("no random bytes");
+  if (!platform::randomBytes(reference, sizeof reference)) {
+    throw std::runtime_error("no random bytes");
+  }
   item.persistentReference.assign(reinterpret_cast<char *>(reference), sizeof reference);
 
   sql::Transaction transaction(db, sql::Transaction::kWrite);
