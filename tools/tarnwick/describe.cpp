@@ -1,6 +1,7 @@
 #include "describe.hpp"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "credentials.hpp"
 
@@ -102,18 +103,18 @@ Json configurationJson(PVDictionaryRef configuration) {
 Json listServices(ZNPreferencesRef prefs, const std::vector<Ref<ZNNetworkServiceRef>> &services) {
   std::string selected = currentSelectedID(prefs);
   auto onDemand = Ref<PVArrayRef>::adopt(JXVPNServiceCopyOnDemandSupported(prefs));
+  std::unordered_set<std::string> onDemandIDs;  // a lookup each, not a pass over all
+  for (PVIndex i = 0; i < PVArrayGetCount(onDemand.get()); ++i) {
+    onDemandIDs.insert(serviceID(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)));
+  }
   Json list = Json::array();
   for (const auto &service : services) {
-    bool isOnDemand = false;
-    for (PVIndex i = 0; i < PVArrayGetCount(onDemand.get()); ++i) {
-      isOnDemand = isOnDemand || serviceID(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)) ==
-                                     serviceID(service.get());
-    }
-    list.push_back({{"id", serviceID(service.get())},
+    std::string id = serviceID(service.get());
+    list.push_back({{"id", id},
                     {"name", serviceName(service.get())},
                     {"type", textOf(JXVPNServiceGetType(service.get()))},
-                    {"selected", serviceID(service.get()) == selected},
-                    {"onDemand", isOnDemand}});
+                    {"selected", id == selected},
+                    {"onDemand", onDemandIDs.contains(id)}});
   }
   return list;
 }
