@@ -27,7 +27,9 @@ void check(int result, bool preparing = false);
 class Database {
  public:
   // Opens an existing file for reading and writing, never creating it and
-  // never following a symbolic link; `flags` adds SQLite open flags.
+  // never following a symbolic link; `flags` adds SQLite open flags. A
+  // rollback journal that is there already is reused without syncing its
+  // directory again.
   explicit Database(const std::string &path, int flags = 0);
   Database(Database &&other) noexcept;
   Database &operator=(Database &&other) noexcept;
