@@ -33,8 +33,15 @@ struct Planned {
   std::string id;
   std::string uuid;
   Mapping mapping;
-  std::string digest;       // of the mapped settings, when expressible
+  std::string digest;       // of the mapped settings, made when first needed
   ServiceOutcome *outcome;  // in the report
+
+  // Only a sync that reaches the engine compares digests: an apply without
+  // one never pays for them.
+  const std::string &settingsDigest() {
+    if (digest.empty()) digest = mapping.settings.digest();
+    return digest;
+  }
 };
 
 // The services of the store, mapped, with the report they start.
@@ -56,7 +63,6 @@ class Plan {
       outcome.reason = planned.mapping.reason;
       if (planned.mapping.expressible()) {
         outcome.uuid = planned.uuid;
-        planned.digest = planned.mapping.settings.digest();
       } else {
         outcome.state = State::cannotExpress;
       }
@@ -164,7 +170,7 @@ class Pusher {
       if (!service.mapping.expressible()) {
         if (path) remove(service.id, *path);
         memory_.services.erase(service.id);
-      } else if (path && memory_.services[service.id].digest == service.digest) {
+      } else if (path && memory_.services[service.id].digest == service.settingsDigest()) {
         held(service, *path, Action::unchanged);
       } else {
         put(service, path);
@@ -204,7 +210,7 @@ class Pusher {
   }
 
   void held(Planned &service, const std::string &path, Action action) {
-    memory_.services[service.id] = {service.digest, path};
+    memory_.services[service.id] = {service.settingsDigest(), path};
     service.outcome->state = State::inLine;
     service.outcome->action = action;
   }

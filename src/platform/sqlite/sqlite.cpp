@@ -4,6 +4,41 @@
 #include <utility>
 
 namespace sql {
+namespace {
+
+// The system's VFS, with one difference. SQLite opens a rollback journal
+// with "create" every time, and syncs the directory after a journal it
+// opened so, in case the entry is new. A truncated or persisted journal's
+// entry is not: it was synced when the journal was first made. Opened
+// without "create" when it is there already, it costs no directory sync.
+sqlite3_vfs *systemVfs = nullptr;
+
+int openFile(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, int *outFlags) {
+  constexpr int kCreate = SQLITE_OPEN_CREATE;
+  if (name && (flags & SQLITE_OPEN_MAIN_JOURNAL) && (flags & kCreate) &&
+      !(flags & SQLITE_OPEN_EXCLUSIVE)) {
+    if (systemVfs->xOpen(systemVfs, name, file, flags & ~kCreate, outFlags) == SQLITE_OK) {
+      return SQLITE_OK;
+    }
+  }
+  return systemVfs->xOpen(systemVfs, name, file, flags, outFlags);
+}
+
+const char *vfsName() {
+  static const char *const name = [] {
+    static sqlite3_vfs vfs;
+    systemVfs = sqlite3_vfs_find(nullptr);
+    vfs = *systemVfs;
+    vfs.zName = "tarnwick";
+    vfs.pNext = nullptr;
+    vfs.xOpen = openFile;
+    check(sqlite3_vfs_register(&vfs, 0));
+    return vfs.zName;
+  }();
+  return name;
+}
+
+}  // namespace
 
 void check(int result, bool preparing) {
   if (result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return;
@@ -12,7 +47,7 @@ void check(int result, bool preparing) {
 
 Database::Database(const std::string &path, int flags) {
   int result = sqlite3_open_v2(path.c_str(), &db_,
-                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | flags, nullptr);
+                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | flags, vfsName());
   if (result != SQLITE_OK) {
     sqlite3_close_v2(std::exchange(db_, nullptr));
     check(result);
@@ -88,18 +123,28 @@ std::optional<std::string> Statement::text(int column) const {
   return std::string(bytes(column));
 }
 
-Transaction::Transaction(Database &db, Kind kind) : db_(db) {
-  db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+Transaction::Transaction(Database &db, Kind kind)
+    : db_(db), nested_(sqlite3_get_autocommit(db.get()) == 0) {
+  if (nested_) {
+    db_.execute("SAVEPOINT nested");
+  } else {
+    db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+  }
 }
 
 Transaction::~Transaction() {
+  if (!open_) return;
   // Nothing to report from here: a failed rollback leaves the transaction
   // to SQLite, which rolls it back when the connection closes.
-  if (open_) sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  if (nested_) {
+    sqlite3_exec(db_.get(), "ROLLBACK TO nested; RELEASE nested", nullptr, nullptr, nullptr);
+  } else {
+    sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  }
 }
 
 void Transaction::commit() {
-  db_.execute("COMMIT");
+  db_.execute(nested_ ? "RELEASE nested" : "COMMIT");
   open_ = false;
 }
 

@@ -27,7 +27,9 @@ void check(int result, bool preparing = false);
 class Database {
  public:
   // Opens an existing file for reading and writing, never creating it and
-  // never following a symbolic link; `flags` adds SQLite open flags.
+  // never following a symbolic link; `flags` adds SQLite open flags. A
+  // rollback journal that is there already is reused without syncing its
+  // directory again.
   explicit Database(const std::string &path, int flags = 0);
   Database(Database &&other) noexcept;
   Database &operator=(Database &&other) noexcept;
@@ -83,6 +85,10 @@ class Statement {
 // begins IMMEDIATE: it takes the write lock before it reads, so what it
 // read still holds when it writes, and only it waits for other writers
 // (a reader upgrading its lock would get SQLITE_BUSY at once).
+//
+// Begun while the connection is already in a transaction, it is a
+// savepoint of that one: its commit keeps its changes for the outer
+// transaction to commit, its rollback undoes only its own.
 class Transaction {
  public:
   enum Kind { kRead, kWrite };
@@ -94,6 +100,7 @@ class Transaction {
 
  private:
   Database &db_;
+  bool nested_;
   bool open_ = true;
 };
 
