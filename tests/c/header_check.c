@@ -1,5 +1,6 @@
 /* The public headers compile as strict C11. */
 #include "tarnwick.h"
+#include "tarnwick/platform/agent.h"
 #include "tarnwick/platform/engine.h"
 #include "tarnwick/platform/log.h"
 

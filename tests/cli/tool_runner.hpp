@@ -37,10 +37,12 @@ class CliTest : public StoreTest {
     std::string outPath;
     std::string errPath;
   };
-  // Starts `tarnwick --store STORE ARGS...`.
-  Running start(std::vector<std::string> args, const std::string &tag) const {
+  // Starts `tarnwick --store STORE ARGS...`, with `environment`
+  // ("NAME=value") on top of the test's.
+  Running start(std::vector<std::string> args, const std::string &tag,
+                const std::vector<std::string> &environment = {}) const {
     args.insert(args.begin(), {"--store", storeDir()});
-    return launch(args, {}, "", tag);
+    return launch(args, environment, "", tag);
   }
   static ToolResult finish(const Running &running);
 

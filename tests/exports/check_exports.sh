@@ -15,7 +15,7 @@ if [[ $# -ne 2 ]]; then
 fi
 library=$1
 include_dir=$2
-headers=("$include_dir/tarnwick.h" "$include_dir"/tarnwick/platform/{values,json,prefs,coffer,log,notify,engine}.h)
+headers=("$include_dir/tarnwick.h" "$include_dir"/tarnwick/platform/{values,json,prefs,coffer,log,notify,engine,agent}.h)
 for file in "$library" "${headers[@]}"; do
   if [[ ! -r $file ]]; then
     echo "cannot read $file" >&2

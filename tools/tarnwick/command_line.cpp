@@ -15,7 +15,9 @@ namespace {
 constexpr const char *kExitCodes =
     "Exit codes: 0 success, 1 any other failure, 2 usage, 3 malformed payload,\n"
     "4 not found, 5 store cannot be opened, 6 lock, 7 credential store,\n"
-    "8 the VPN engine did not take every change (apply).\n"
+    "8 the VPN engine did not take every change (apply), 10 no VPN engine or it\n"
+    "does not answer, 11 the connection failed (NetworkManager's reason is given),\n"
+    "12 no outcome within --timeout (connect, disconnect).\n"
     "See tarnwick(1) and tarnwick-payload(5).";
 
 constexpr const char *kServiceHelp = "a service identifier, or a service name held by one service";
@@ -28,6 +30,7 @@ struct Arguments {
   PropertyArguments property;
   SecretArguments secret;
   ExportArguments exporting;
+  ConnectionArguments connection;
   std::string newName;
   std::vector<std::string> helpTopic;
 };
@@ -48,6 +51,17 @@ void addService(CLI::App *sub, ServiceArgument &service, const std::string &posi
   auto *name = sub->add_option("--name", service.name, "the one service of this name");
   any->excludes(id)->excludes(name);
   id->excludes(name);
+}
+
+// `connect` and `disconnect`: a service, and how long to wait.
+void addConnectionCommand(CLI::App &app, const std::string &name, const std::string &help,
+                          Arguments &a, std::function<void()> run) {
+  CLI::App *sub = command(app, name, help, std::move(run));
+  addService(sub, a.connection.service);
+  sub->add_option("--timeout", a.connection.timeoutSeconds, "wait at most SECONDS for the outcome")
+      ->type_name("SECONDS")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
 }
 
 void addTypeOptions(CLI::App *sub, PropertyArguments &property) {
@@ -191,6 +205,15 @@ void defineCommands(CLI::App &app, Arguments &a) {
           [&] { applyCommand(a.global); });
   command(app, "status", "the store's generations, the VPN engine, and each service's state in it",
           [&] { statusCommand(a.global); });
+
+  addConnectionCommand(app, "connect",
+                       "connect a service through the VPN engine, and wait for the outcome", a,
+                       [&] { connectCommand(a.global, a.connection); });
+  addConnectionCommand(app, "disconnect", "disconnect a service, and wait until it is down", a,
+                       [&] { disconnectCommand(a.global, a.connection); });
+  command(app, "agent",
+          "serve the store's VPN secrets to NetworkManager from the Coffer, until stopped",
+          [&] { agentCommand(a.global); });
 
   command(app, "help", "describe the tool, or a command", [&] {
     CLI::App *topic = &app;

@@ -1,7 +1,8 @@
 // The commands, one function each, grouped in files by what they do:
 // install and remove; list, show, on-demand and dump; get, set, unset and
 // select; enable, disable and rename; passwords and shared secrets; export;
-// apply and status. Each fails by throwing Failure.
+// apply and status; connect and disconnect; the secret agent. Each fails by
+// throwing Failure.
 #pragma once
 
 #include <string>
@@ -74,5 +75,13 @@ void exportCommand(const GlobalOptions &options, const ExportArguments &argument
 
 void applyCommand(const GlobalOptions &options);
 void statusCommand(const GlobalOptions &options);
+
+struct ConnectionArguments {
+  ServiceArgument service;
+  double timeoutSeconds = 60;  // for the outcome
+};
+void connectCommand(const GlobalOptions &options, const ConnectionArguments &arguments);
+void disconnectCommand(const GlobalOptions &options, const ConnectionArguments &arguments);
+void agentCommand(const GlobalOptions &options);
 
 }  // namespace tarnwick

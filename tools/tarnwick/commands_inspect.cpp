@@ -1,10 +1,20 @@
 // list, on-demand, show and dump: reading the store, changing nothing.
 #include "commands.hpp"
 #include "describe.hpp"
+#include "live_status.hpp"
 #include "output.hpp"
 
 namespace tarnwick {
 namespace {
+
+// Each service's summary with its live connection's status.
+Json servicesWithStatus(ZNPreferencesRef prefs,
+                        const std::vector<Ref<ZNNetworkServiceRef>> &services) {
+  Json json = listServices(prefs, services);
+  auto words = liveStatusWords(services);
+  for (auto &service : json) service["status"] = words[service["id"].get<std::string>()];
+  return json;
+}
 
 std::string yesNo(const Json &flag) { return flag.get<bool>() ? "yes" : "no"; }
 
@@ -22,9 +32,9 @@ void printServices(const GlobalOptions &options, const Json &services) {
     std::string type = service["type"];
     if (service.contains("vendorType")) type += " (" + service["vendorType"].get<std::string>() + ")";
     rows.push_back({service["name"], type, service["id"], yesNo(service["selected"]),
-                    yesNo(service["onDemand"])});
+                    yesNo(service["onDemand"]), service["status"]});
   }
-  printTable({"NAME", "TYPE", "IDENTIFIER", "SELECTED", "ON-DEMAND"}, rows);
+  printTable({"NAME", "TYPE", "IDENTIFIER", "SELECTED", "ON-DEMAND", "STATUS"}, rows);
 }
 
 // A layer's or protocol's configuration under a heading; "(none)" when it
@@ -52,7 +62,8 @@ void printService(const Json &service) {
                {"Type", type},
                {"Enabled", yesNo(service["enabled"])},
                {"On demand", yesNo(service["onDemand"])},
-               {"Selected in", selectedIn.empty() ? "-" : selectedIn}});
+               {"Selected in", selectedIn.empty() ? "-" : selectedIn},
+               {"Status", service["status"]}});
   for (const auto &layer : service["layers"]) {
     printConfiguration("Layer " + layer["type"].get<std::string>(), layer["configuration"], 0);
     for (const auto &[type, configuration] : layer["extended"].items()) {
@@ -73,7 +84,7 @@ void printService(const Json &service) {
 
 void listCommand(const GlobalOptions &options) {
   auto prefs = openStore(options, Access::existing);
-  printServices(options, listServices(prefs.get(), vpnServices(prefs.get())));
+  printServices(options, servicesWithStatus(prefs.get(), vpnServices(prefs.get())));
 }
 
 void onDemandCommand(const GlobalOptions &options) {
@@ -84,13 +95,14 @@ void onDemandCommand(const GlobalOptions &options) {
     services.push_back(
         Ref<ZNNetworkServiceRef>::retain(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)));
   }
-  printServices(options, listServices(prefs.get(), services));
+  printServices(options, servicesWithStatus(prefs.get(), services));
 }
 
 void showCommand(const GlobalOptions &options, const ServiceArgument &serviceArgument) {
   auto prefs = openStore(options, Access::existing);
   auto service = findService(prefs.get(), serviceArgument);
   Json json = describeService(prefs.get(), service.get());
+  json["status"] = liveStatusWords({service})[serviceID(service.get())];
   if (options.json) {
     printJson(json);
   } else {

@@ -18,6 +18,10 @@ enum class Exit : int {
   lock = 6,              // the preferences lock cannot be taken
   credentialStore = 7,   // the Coffer did not keep or give a credential
   engine = 8,            // apply: the VPN engine did not take every change
+  // 9 is kept for another class of failure.
+  noEngine = 10,          // connect, disconnect, agent: no VPN engine, or it does not answer
+  connectionFailed = 11,  // connect, disconnect: NetworkManager refused, or the connection failed
+  timedOut = 12,          // connect, disconnect: no outcome within the time allowed
 };
 
 class Failure : public std::runtime_error {

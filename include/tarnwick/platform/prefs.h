@@ -33,6 +33,8 @@ enum {
   kZNStatusAccessDenied = 1006,    /* the store cannot be read or written */
   kZNStatusCorruptStore = 1007,    /* the store's database is damaged, foreign or newer */
   kZNStatusIOError = 1008,         /* a read, write, sync or rename failed */
+  kZNStatusNoEngine = 1009,        /* no VPN engine is on, or it does not answer */
+  kZNStatusEngineRefused = 1010,   /* the VPN engine refused the request */
   kZNStatusLockFailed = 3004,      /* the lock is held elsewhere (no wait), or by the
                                       calling thread through another session */
   kZNStatusStale = 3005,           /* the store changed since the session read it */
@@ -191,14 +193,42 @@ enum {
 typedef void (*ZNNetworkConnectionCallBack)(ZNNetworkConnectionRef connection, int status,
                                             void *context);
 
-/* A controller for the service's live connection, read from the connection
- * registry of the process's store directory. Ownership: create. */
+/* A controller for the service's live connection. With the VPN engine on
+ * (tarnwick/platform/engine.h) that is the service's connection in
+ * NetworkManager; with it off, the connection registry of the process's
+ * store directory. Which of the two is decided when the controller is made.
+ * No status changes are delivered, so the callback is not kept.
+ * Ownership: create. */
 TW_EXPORT ZNNetworkConnectionRef ZNNetworkConnectionCreateWithServiceID(
     PVAllocatorRef allocator, PVStringRef serviceID, ZNNetworkConnectionCallBack callback,
     void *context) TW_NOEXCEPT;
+/* Read afresh on every call. With the engine, the status of the service's
+ * active NetworkManager connection, 0 when it has none; fails (0, ZNError
+ * kZNStatusNoEngine) when NetworkManager does not answer. */
 TW_EXPORT int ZNNetworkConnectionGetStatus(ZNNetworkConnectionRef connection) TW_NOEXCEPT;
-/* Marks the connection disconnected. */
+/* Disconnects. With the engine, deactivates the service's active
+ * connections and waits (5 seconds at most) until NetworkManager has torn
+ * them down; with the registry, marks the service disconnected. */
 TW_EXPORT Boolean ZNNetworkConnectionStop(ZNNetworkConnectionRef connection, Boolean force) TW_NOEXCEPT;
+/* With the engine on, starts the service's connection: NetworkManager
+ * activates it over the connection that holds the default route, and this
+ * returns once it has taken the request. The status then follows it: 1
+ * while it is being made, 2 once it is up, 0 when it failed. Fails with
+ * kZNStatusNoEngine when the engine is off or does not answer, and with
+ * kZNStatusEngineRefused when NetworkManager refuses (or holds no
+ * connection for the service); ZNNetworkConnectionCopyFailureReason says
+ * why. */
+TW_EXPORT Boolean ZNNetworkConnectionStart(ZNNetworkConnectionRef connection) TW_NOEXCEPT;
+/* In words: why the controller's last operation failed (NetworkManager
+ * refused, or could not be reached), or why a connection it started ended
+ * other than on request; NULL when none of these happened.
+ * Ownership: copy. */
+TW_EXPORT PVStringRef ZNNetworkConnectionCopyFailureReason(ZNNetworkConnectionRef connection) TW_NOEXCEPT;
+/* The status of each service's live connection, read at once (one look at
+ * the engine or at the registry), as a dictionary from each of the service
+ * identifiers to its status number. NULL when it cannot be read (ZNError).
+ * Ownership: create. */
+TW_EXPORT PVDictionaryRef ZNNetworkConnectionCopyStatuses(PVArrayRef serviceIDs) TW_NOEXCEPT;
 /* Records a service's connection status in the registry of the process's
  * store directory (what a VPN daemon would report). */
 TW_EXPORT Boolean ZNNetworkConnectionSetStatusForServiceID(PVStringRef serviceID, int status) TW_NOEXCEPT;

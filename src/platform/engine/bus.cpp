@@ -95,4 +95,13 @@ Message Bus::call(const Message &message) {
   return Message(reply);
 }
 
+Message Bus::property(const char *destination, const char *path, const char *interface,
+                      const char *name, const char *type) {
+  Message m = newCall(destination, path, "org.freedesktop.DBus.Properties", "Get");
+  check(sd_bus_message_append(m.get(), "ss", interface, name), "Get");
+  Message reply = call(m);
+  check(sd_bus_message_enter_container(reply.get(), 'v', type), name);
+  return reply;
+}
+
 }  // namespace engine

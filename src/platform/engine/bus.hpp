@@ -72,6 +72,13 @@ class Bus {
                   const char *member);
   // Sends and waits for the reply, at most the call timeout.
   Message call(const Message &message);
+  // A property's value: the reply to Properties.Get, its read position in
+  // the variant, which holds a value of D-Bus type `type`.
+  Message property(const char *destination, const char *path, const char *interface,
+                   const char *name, const char *type);
+
+  // For signal matches, exported objects and an event loop.
+  sd_bus *get() const { return bus_; }
 
  private:
   sd_bus *bus_ = nullptr;

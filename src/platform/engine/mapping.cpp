@@ -15,6 +15,10 @@
 //                                            Xauth username, Xauth password-flags=1
 //   vendor VPN                       as vendor-plugins.conf names it
 //
+//   Each *-flags=1 secret is answered by the secret agent from a credential:
+//   password and Xauth password from the account password, ipsec-psk and
+//   IPSec secret from the shared secret, a vendor plugin's as its table says.
+//
 //   PPP options: CCPMPPE128Enabled -> require-mppe, require-mppe-128;
 //   CCPMPPE40Enabled -> require-mppe, require-mppe-40; CCPEnabled false ->
 //   nobsdcomp, nodeflate; IPCPCompressionVJ false -> no-vj-comp;
@@ -125,7 +129,10 @@ struct Builder {
   void cannot(std::string why) {
     if (mapping.reason.empty()) mapping.reason = std::move(why);
   }
-  void agentOwned(std::string secret) { data[secret.append("-flags")] = kAgentOwned; }
+  void agentOwned(const std::string &secret, Credential credential) {
+    data[secret + "-flags"] = kAgentOwned;
+    mapping.secrets[secret] = credential;
+  }
 };
 
 // A client identity stays in the Coffer: its private key never becomes the
@@ -141,7 +148,7 @@ void mapPPP(Builder &b, const Config &ppp, bool l2tp) {
   if (server.empty()) b.cannot("no server address (CommRemoteAddress)");
   b.data["gateway"] = server;
   if (std::string user = ppp.text(kZNPropNetPPPAuthName); !user.empty()) b.data["user"] = user;
-  b.agentOwned("password");
+  b.agentOwned("password", Credential::accountPassword);
 
   for (const auto &protocol : ppp.texts(kZNPropNetPPPAuthProtocol)) {
     if (protocol == "EAP") b.cannot("PPP authentication by EAP: the plugin has no setting for it");
@@ -198,7 +205,7 @@ void mapL2TP(Builder &b, const ServiceView &service) {
                       ipsec.has(kZNPropNetL2TPIPSecSharedSecret);
   if (sharedSecret) {
     b.data["ipsec-enabled"] = "yes";
-    b.agentOwned("ipsec-psk");
+    b.agentOwned("ipsec-psk", Credential::sharedSecret);
   }
 }
 
@@ -224,11 +231,11 @@ void mapIPSec(Builder &b, const ServiceView &service) {
   }
   b.data["IPSec gateway"] = server;
   b.data["IPSec ID"] = group;
-  b.data["IPSec secret-flags"] = kAgentOwned;
+  b.agentOwned("IPSec secret", Credential::sharedSecret);
   if (std::string user = ipsec.text(kZNPropNetIPSecXAuthName); !user.empty()) {
     b.data["Xauth username"] = user;
   }
-  b.data["Xauth password-flags"] = kAgentOwned;
+  b.agentOwned("Xauth password", Credential::accountPassword);
 }
 
 void mapVendor(Builder &b, const ServiceView &service, const VendorTable &vendors) {
@@ -257,7 +264,7 @@ void mapVendor(Builder &b, const ServiceView &service, const VendorTable &vendor
     Config layer(source.layer == VendorSource::vpn ? service.vpn : service.vendor);
     if (auto text = layer.dataText(name.get())) b.data[key] = *text;
   }
-  for (const auto &secret : plugin->secrets) b.agentOwned(secret);
+  for (const auto &[secret, credential] : plugin->secrets) b.agentOwned(secret, credential);
 }
 
 std::string hostAndPort(const Config &proxies, PVStringRef host, PVStringRef port) {
@@ -336,6 +343,7 @@ Mapping mapService(const ServiceView &service, const VendorTable &vendors,
   }
   if (!b.mapping.expressible()) {
     b.mapping.settings = {};
+    b.mapping.secrets.clear();
     return std::move(b.mapping);
   }
   ConnectionSettings &s = b.mapping.settings;

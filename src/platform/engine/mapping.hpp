@@ -8,11 +8,13 @@
 // never to a connection that carries part of it. Secrets are never mapped:
 // every secret's flags say agent-owned (1), so NetworkManager neither
 // stores one nor writes one to a file; it asks a secret agent, which
-// answers from the Coffer.
+// answers each from the credential the mapping names for it.
 #pragma once
 
+#include <map>
 #include <string>
 
+#include "platform/engine/credential.hpp"
 #include "platform/engine/settings.hpp"
 #include "platform/engine/store_view.hpp"
 #include "platform/engine/vendor_table.hpp"
@@ -30,6 +32,9 @@ struct Mapping {
   std::string plugin;  // "l2tp", "pptp", "vpnc", or a vendor plugin's service type
   std::string reason;  // non-empty when no plugin can express the service
   ConnectionSettings settings;
+  // The plugin's secrets (its vpn.secrets keys), and the credential that
+  // answers each.
+  std::map<std::string, Credential> secrets;
 
   bool expressible() const { return reason.empty(); }
 };

@@ -43,37 +43,42 @@ const char *kindName(ServiceKind kind) {
   return "";
 }
 
+std::optional<ServiceView> vpnService(zn::Service &service) {
+  zn::ServiceBody &body = service.body();
+  std::optional<ServiceKind> kind = kindOf(body.chain);
+  if (!kind) return std::nullopt;
+  ServiceView view;
+  view.id = zn::text(service.id.get());
+  view.name = service.name ? std::string(zn::text(service.name.get())) : std::string();
+  view.kind = *kind;
+  const zn::Layer &outer = body.chain[0];
+  switch (*kind) {
+    case ServiceKind::ipsec:
+      view.ipsec = outer.configuration.get();
+      break;
+    case ServiceKind::l2tp:
+    case ServiceKind::pptp:
+      view.ppp = outer.configuration.get();
+      view.ipsec = extended(outer, "IPSec");
+      break;
+    case ServiceKind::vendor:
+      view.vpn = outer.configuration.get();
+      view.vendorType = zn::text(body.chain[1].type.get());
+      view.vendor = body.chain[1].configuration.get();
+      break;
+  }
+  view.ipv4 = protocol(body, "IPv4");
+  view.proxies = protocol(body, "Proxies");
+  return view;
+}
+
 std::vector<ServiceView> vpnServices(zn::Document &document) {
   std::vector<ServiceView> views;
   views.reserve(document.services.size());
   for (auto &entry : document.services) {
-    zn::Service &service = entry.second.value;
-    zn::ServiceBody &body = service.body();
-    std::optional<ServiceKind> kind = kindOf(body.chain);
-    if (!kind) continue;
-    ServiceView view;
-    view.id = zn::text(service.id.get());
-    view.name = service.name ? std::string(zn::text(service.name.get())) : std::string();
-    view.kind = *kind;
-    const zn::Layer &outer = body.chain[0];
-    switch (*kind) {
-      case ServiceKind::ipsec:
-        view.ipsec = outer.configuration.get();
-        break;
-      case ServiceKind::l2tp:
-      case ServiceKind::pptp:
-        view.ppp = outer.configuration.get();
-        view.ipsec = extended(outer, "IPSec");
-        break;
-      case ServiceKind::vendor:
-        view.vpn = outer.configuration.get();
-        view.vendorType = zn::text(body.chain[1].type.get());
-        view.vendor = body.chain[1].configuration.get();
-        break;
+    if (std::optional<ServiceView> view = vpnService(entry.second.value)) {
+      views.push_back(std::move(*view));
     }
-    view.ipv4 = protocol(body, "IPv4");
-    view.proxies = protocol(body, "Proxies");
-    views.push_back(std::move(view));
   }
   return views;
 }

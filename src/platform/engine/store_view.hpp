@@ -3,6 +3,7 @@
 // in its interface chain and protocols.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,11 @@ struct ServiceView {
   PVDictionaryRef ipv4 = nullptr;     // the IPv4 protocol
   PVDictionaryRef proxies = nullptr;  // the Proxies protocol
 };
+
+// The service as the engine reads it; nothing for a service of another
+// chain, which is no VPN service. Throws kZNStatusCorruptStore when it does
+// not decode.
+std::optional<ServiceView> vpnService(zn::Service &service);
 
 // Every VPN service of the document, in the store's order. Services of
 // any other chain are no VPN services and are left out. Throws

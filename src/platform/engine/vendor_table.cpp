@@ -30,6 +30,20 @@ bool parseSource(const std::string &text, VendorSource &source) {
   return false;
 }
 
+// "account-password", "shared-secret" or "proxy-password"; false for
+// anything else.
+bool parseCredential(const std::string &text, Credential &credential) {
+  for (auto [name, which] : {std::pair{"account-password", Credential::accountPassword},
+                             std::pair{"shared-secret", Credential::sharedSecret},
+                             std::pair{"proxy-password", Credential::proxyPassword}}) {
+    if (text == name) {
+      credential = which;
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 VendorTable VendorTable::load(const std::string &directory) {
@@ -58,12 +72,18 @@ VendorTable VendorTable::parse(const std::string &text) {
     std::string key = trimmed(line.substr(0, equals));
     std::string value = equals == std::string::npos ? "" : trimmed(line.substr(equals + 1));
     VendorSource source;
+    Credential credential = Credential::accountPassword;
     if (equals == std::string::npos || value.empty()) {
       section->error = where + "expected KEY = VALUE";
     } else if (key == "service-type") {
       section->serviceType = value;
     } else if (key == "secret") {
-      section->secrets.push_back(value);
+      section->secrets[value] = Credential::accountPassword;
+    } else if (key.rfind("secret.", 0) == 0 && key.size() > 7 &&
+               parseCredential(value, credential)) {
+      section->secrets[key.substr(7)] = credential;
+    } else if (key.rfind("secret.", 0) == 0) {
+      section->error = where + "a secret takes account-password, shared-secret or proxy-password";
     } else if (key.rfind("data.", 0) == 0 && key.size() > 5 && parseSource(value, source)) {
       section->data[key.substr(5)] = source;
     } else if (key.rfind("data.", 0) == 0) {

@@ -9,7 +9,10 @@
 //   data.gateway = VPN.RemoteAddress              a key of the VPN layer
 //   data.usergroup = Vendor.Realm                 a key of the vendor layer
 //   data.protocol = "anyconnect"                  a fixed text
-//   secret = password                             written "password-flags=1"
+//   secret = password                             written "password-flags=1",
+//                                                 answered from the account password
+//   secret.group-password = shared-secret         answered from the shared secret
+//                                                 (or account-password, proxy-password)
 //
 // A missing file is an empty table. A section with an error maps nothing,
 // and says why.
@@ -18,6 +21,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include "platform/engine/credential.hpp"
 
 namespace engine {
 
@@ -30,9 +35,9 @@ struct VendorSource {
 
 struct VendorPlugin {
   std::string serviceType;
-  std::map<std::string, VendorSource> data;  // by vpn.data key
-  std::vector<std::string> secrets;
-  std::string error;  // non-empty: the section cannot be used, and why
+  std::map<std::string, VendorSource> data;   // by vpn.data key
+  std::map<std::string, Credential> secrets;  // by the plugin's secret name
+  std::string error;                          // non-empty: the section cannot be used, and why
 };
 
 class VendorTable {

@@ -50,6 +50,10 @@ const char *ZNErrorString(int code) noexcept {
              "version";
     case kZNStatusIOError:
       return "reading, writing, syncing or renaming a store file failed";
+    case kZNStatusNoEngine:
+      return "no VPN engine is on, or it does not answer";
+    case kZNStatusEngineRefused:
+      return "the VPN engine refused the request";
     case kZNStatusLockFailed:
       return "the preferences are locked by another session";
     case kZNStatusStale:

@@ -57,6 +57,10 @@ struct ZNPreferences : pv::PVObject {
 
 namespace zn {
 
+// A session on the store in `directory`, which must exist. Throws a
+// Failure with the reason it cannot be opened.
+ZNPreferences *openSession(const std::string &directory);
+
 // Finds a handle's service by identifier once, and again only after a
 // service may have left the session, so that walking many handles does no
 // lookups.

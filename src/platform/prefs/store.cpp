@@ -76,6 +76,10 @@ void checkInvariants([[maybe_unused]] ZNPreferences &session) {
 #endif
 }
 
+}  // namespace
+
+namespace zn {
+
 ZNPreferences *openSession(const std::string &directory) {
   if (directory.empty()) fail(kZNStatusInvalidArgument);
   struct stat info;
@@ -93,7 +97,7 @@ ZNPreferences *openSession(const std::string &directory) {
   return session;
 }
 
-}  // namespace
+}  // namespace zn
 
 extern "C" {
 
@@ -104,14 +108,14 @@ ZNPreferencesRef ZNPreferencesCreate(void) noexcept {
     std::string path(directory);  // the pointer lives only until the next ZNStoreSetDirectory
     // A failure is left for the open to report, with its own code.
     (void)files::makeDirectories(path);
-    return openSession(path);
+    return zn::openSession(path);
   });
 }
 
 ZNPreferencesRef ZNPreferencesCreateWithStore(const char *directory) noexcept {
   return zn::run(__func__, nullptr, [&] {
     if (!directory) fail(kZNStatusInvalidArgument);
-    return openSession(directory);
+    return zn::openSession(directory);
   });
 }
 

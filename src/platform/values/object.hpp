@@ -40,6 +40,7 @@ enum class Kind : PVTypeID {
   Certificate,
   Identity,
   Trust,
+  SecretAgent,
 };
 
 inline constexpr int32_t kImmortal = INT32_MIN / 2;

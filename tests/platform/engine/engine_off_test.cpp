@@ -8,6 +8,7 @@
 
 #include "platform/engine/memory.hpp"
 #include "support/services.hpp"
+#include "tarnwick/platform/agent.h"
 #include "tarnwick/platform/engine.h"
 #include "tarnwick/platform/testing.h"
 
@@ -137,6 +138,82 @@ TEST_F(EngineOff, StatusTellsTheGenerationsAndChangesNothing) {
   EXPECT_EQ(ZNError(), kZNStatusInjected);
   EXPECT_EQ(ZNEngineCopyStatus(nullptr), nullptr);
   EXPECT_FALSE(ZNEngineApply(nullptr));
+}
+
+TEST_F(EngineOff, LiveConnectionsOfAForcedEngineOutOfReachFailWithItsReason) {
+  engine("networkmanager");
+  PVStringRef id = ZNNetworkServiceGetServiceID(expressible_);
+  auto connection = Ref<ZNNetworkConnectionRef>::adopt(
+      ZNNetworkConnectionCreateWithServiceID(kPVAllocatorDefault, id, nullptr, nullptr));
+  ASSERT_TRUE(connection);
+  // The registry says connected; it is not the engine's word.
+  ASSERT_TRUE(ZNNetworkConnectionSetStatusForServiceID(id, kZNNetworkConnectionConnected));
+  EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionDisconnected);
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  EXPECT_FALSE(ZNNetworkConnectionStart(connection.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  auto reason = Ref<PVStringRef>::adopt(ZNNetworkConnectionCopyFailureReason(connection.get()));
+  EXPECT_NE(textOf(reason.get()).find("NetworkManager cannot be reached"), std::string::npos)
+      << textOf(reason.get());
+  EXPECT_FALSE(ZNNetworkConnectionStop(connection.get(), true));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  EXPECT_EQ(ZNNetworkConnectionCopyStatuses(array({id}).get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+}
+
+TEST_F(EngineOff, WithTheEngineOffTheRegistryAnswersAndNothingStarts) {
+  engine("none");
+  PVStringRef id = ZNNetworkServiceGetServiceID(expressible_);
+  ASSERT_TRUE(ZNNetworkConnectionSetStatusForServiceID(id, kZNNetworkConnectionConnected));
+  auto other = tw::test::text("no-such-service");
+  auto statuses =
+      Ref<PVDictionaryRef>::adopt(ZNNetworkConnectionCopyStatuses(array({id, other.get()}).get()));
+  ASSERT_TRUE(statuses);
+  EXPECT_EQ(PVGetRetainCount(statuses.get()), 1);
+  EXPECT_EQ(PVDictionaryGetCount(statuses.get()), 2);
+  EXPECT_EQ(number(statuses.get(), textOf(id).c_str()), kZNNetworkConnectionConnected);
+  EXPECT_EQ(number(statuses.get(), "no-such-service"), kZNNetworkConnectionDisconnected);
+
+  auto connection = Ref<ZNNetworkConnectionRef>::adopt(
+      ZNNetworkConnectionCreateWithServiceID(kPVAllocatorDefault, id, nullptr, nullptr));
+  EXPECT_EQ(ZNNetworkConnectionCopyFailureReason(connection.get()), nullptr);
+  EXPECT_FALSE(ZNNetworkConnectionStart(connection.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  auto reason = Ref<PVStringRef>::adopt(ZNNetworkConnectionCopyFailureReason(connection.get()));
+  EXPECT_NE(textOf(reason.get()).find("no VPN engine is on"), std::string::npos);
+  EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionConnected);
+  EXPECT_TRUE(ZNNetworkConnectionStop(connection.get(), true));
+  EXPECT_EQ(ZNNetworkConnectionGetStatus(connection.get()), kZNNetworkConnectionDisconnected);
+
+  EXPECT_EQ(ZNNetworkConnectionCopyStatuses(nullptr), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_EQ(ZNNetworkConnectionCopyStatuses(array({kPVBooleanTrue}).get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_FALSE(ZNNetworkConnectionStart(nullptr));
+  EXPECT_EQ(ZNNetworkConnectionCopyFailureReason(nullptr), nullptr);
+}
+
+TEST_F(EngineOff, TheSecretAgentWithoutASystemBusStopsAtOnce) {
+  engine(nullptr);
+  std::vector<std::string> notes;
+  auto agent = Ref<ZNSecretAgentRef>::adopt(ZNSecretAgentCreate(
+      [](ZNNetworkServiceRef, ZNSecretAgentCredential, void *) -> PVStringRef { return nullptr; },
+      [](const char *note, void *context) {
+        static_cast<std::vector<std::string> *>(context)->push_back(note);
+      },
+      &notes));
+  ASSERT_TRUE(agent);
+  EXPECT_FALSE(ZNSecretAgentRun(agent.get()));
+  EXPECT_EQ(ZNError(), kZNStatusNoEngine);
+  ASSERT_EQ(notes.size(), 1u);
+  EXPECT_NE(notes[0].find("stopped: no system bus at"), std::string::npos) << notes[0];
+
+  EXPECT_EQ(ZNSecretAgentCreate(nullptr, nullptr, nullptr), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
+  EXPECT_FALSE(ZNSecretAgentRun(nullptr));
+  EXPECT_FALSE(ZNSecretAgentRun(reinterpret_cast<ZNSecretAgentRef>(
+      const_cast<void *>(static_cast<const void *>(expressible_)))));
+  EXPECT_EQ(ZNError(), kZNStatusInvalidArgument);
 }
 
 }  // namespace

@@ -53,6 +53,10 @@ TEST(Mapping, EachKindMapsToItsPluginAndItsKeys) {
                                         {"password-flags", "1"},
                                         {"ipsec-enabled", "yes"},
                                         {"ipsec-psk-flags", "1"}}));
+  // What the secret agent answers each secret from.
+  using Secrets = std::map<std::string, Credential>;
+  EXPECT_EQ(mapped.secrets, (Secrets{{"password", Credential::accountPassword},
+                                     {"ipsec-psk", Credential::sharedSecret}}));
 
   // Plain L2TP: no IPSec at all.
   l2tp.ipsec = nullptr;
@@ -83,6 +87,8 @@ TEST(Mapping, EachKindMapsToItsPluginAndItsKeys) {
                                         {"IPSec secret-flags", "1"},
                                         {"Xauth username", "bob"},
                                         {"Xauth password-flags", "1"}}));
+  EXPECT_EQ(mapped.secrets, (Secrets{{"IPSec secret", Credential::sharedSecret},
+                                     {"Xauth password", Credential::accountPassword}}));
 }
 
 TEST(Mapping, PPPOptionsBecomePluginOptions) {
@@ -320,13 +326,17 @@ TEST(Mapping, VendorVPNsMapThroughTheAdministratorsTable) {
       "data.username = VPN.AuthName\n"
       "data.missing = Vendor.NotThere\n"
       "secret = password\n"
+      "secret.group-password = shared-secret\n"
       "\n"
       "[com.example.broken]\n"
       "service-type = org.freedesktop.NetworkManager.openconnect\n"
       "data.gateway = Gateway\n"
       "[com.example.typo]\n"
       "servicetype = x\n"
-      "[com.example.empty]\n");
+      "[com.example.empty]\n"
+      "[com.example.unknown-secret]\n"
+      "service-type = org.freedesktop.NetworkManager.openconnect\n"
+      "secret.pin = token-code\n");
   auto vpn = dict({{kZNPropNetPPPAuthName, "alice"}});
   auto vendor = dict({{"Gateway", "access.example.com"}, {"Port", num(443)}});
   ServiceView service = view(ServiceKind::vendor);
@@ -341,7 +351,11 @@ TEST(Mapping, VendorVPNsMapThroughTheAdministratorsTable) {
                                         {"port", "443"},
                                         {"protocol", "anyconnect"},
                                         {"username", "alice"},
-                                        {"password-flags", "1"}}));
+                                        {"password-flags", "1"},
+                                        {"group-password-flags", "1"}}));
+  EXPECT_EQ(mapped.secrets,
+            (std::map<std::string, Credential>{{"password", Credential::accountPassword},
+                                               {"group-password", Credential::sharedSecret}}));
 
   auto certificate = dict({{kZNPropNetVPNLocalCertificate, tw::test::bytes("ref")}}, vpn.get());
   service.vpn = certificate.get();
@@ -349,14 +363,17 @@ TEST(Mapping, VendorVPNsMapThroughTheAdministratorsTable) {
             std::string::npos);
 
   const std::pair<const char *, const char *> broken[] = {
-      {"com.example.broken", "line 13: a data key takes VPN.KEY, Vendor.KEY or \"TEXT\""},
-      {"com.example.typo", "line 15: unknown key \"servicetype\""},
+      {"com.example.broken", "line 14: a data key takes VPN.KEY, Vendor.KEY or \"TEXT\""},
+      {"com.example.typo", "line 16: unknown key \"servicetype\""},
       {"com.example.empty", "[com.example.empty] names no service-type"},
+      {"com.example.unknown-secret",
+       "line 20: a secret takes account-password, shared-secret or proxy-password"},
   };
   for (const auto &[subtype, reason] : broken) {
     service.vendorType = subtype;
     Mapping refused = mapService(service, table, kStore);
     EXPECT_FALSE(refused.expressible()) << subtype;
+    EXPECT_TRUE(refused.secrets.empty()) << subtype;
     EXPECT_NE(refused.reason.find(reason), std::string::npos) << refused.reason;
   }
 }

@@ -8,11 +8,7 @@
 #include <fstream>
 #include <set>
 
-#include "cli/tool_runner.hpp"
-#include "platform/engine/name_uuid.hpp"
-#include "platform/engine/sandbox/sandbox.hpp"
-#include "tarnwick/platform/engine.h"
-#include "tarnwick/platform/json.h"
+#include "platform/engine/sandbox/fixture.hpp"
 
 namespace tw::test {
 namespace {
@@ -56,63 +52,6 @@ const Expected kExamples[] = {
     {"http-proxy.json", "Harbour Gateway via proxy", nullptr, "no group name (LocalIdentifier)"},
     {"ipsec-certificate.json", "Harbour Gateway (certificate)", nullptr, "client certificate"},
     {"vendor-vpn.json", "Tidewater Secure Access", nullptr, "no plugin named for it"},
-};
-
-class NetworkManagerTest : public CliTest {
- protected:
-  void SetUp() override {
-    if (Sandbox::directory().empty()) GTEST_SKIP() << "runs inside nm-sandbox, as ctest runs it";
-    CliTest::SetUp();
-    setenv("TARNWICK_ENGINE", "networkmanager", 1);  // for this process's own applies
-    deleteEveryConnection();
-  }
-  void TearDown() override {
-    if (Sandbox::directory().empty()) return;
-    deleteEveryConnection();
-    setenv("TARNWICK_ENGINE", "none", 1);
-    CliTest::TearDown();
-  }
-
-  // The tool on `store` (the test's own by default), with the engine
-  // chosen as a user's would be: NetworkManager because it answers.
-  ToolResult nm(std::vector<std::string> args, const std::string &store = "") const {
-    args.insert(args.begin(), {"--store", store.empty() ? storeDir() : store});
-    return toolWithoutStore(
-        args, {"DBUS_SYSTEM_BUS_ADDRESS=" + Sandbox::busAddress(), "TARNWICK_ENGINE="});
-  }
-  void install(const std::string &payload, const std::string &store = "") const {
-    ToolResult result = nm({"install", example(payload)}, store);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-  }
-  void installEveryExample() const {
-    for (const auto &payload : examplePayloads()) install(payload);
-  }
-  // The service of that name in the store: its identifier.
-  std::string serviceID(const std::string &name) const {
-    json status = nm({"--json", "status"}).json();
-    for (const auto &service : status["services"]) {
-      if (service["name"] == name) return service["id"];
-    }
-    ADD_FAILURE() << "no service " << name;
-    return "";
-  }
-  std::string uuidOf(const std::string &name) const { return engine::nameUuid(serviceID(name)); }
-  // An apply of this process's own, with nothing changed.
-  static json applyInProcess() {
-    auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
-    EXPECT_TRUE(ZNPreferencesApplyChanges(prefs.get()));
-    auto report = Ref<PVDictionaryRef>::adopt(ZNEngineCopyReport());
-    auto text = Ref<PVStringRef>::adopt(PVCreateJSONString(report.get()));
-    return json::parse(PVStringGetCStringPtr(text.get()));
-  }
-  std::map<std::string, std::string> states() const {
-    std::map<std::string, std::string> states;
-    json status = nm({"--json", "status"}).json();
-    for (const auto &service : status["services"]) {
-      states[service["name"]] = service["state"];
-    }
-    return states;
-  }
 };
 
 TEST_F(NetworkManagerTest, EveryExpressibleExampleBecomesItsPluginsConnection) {

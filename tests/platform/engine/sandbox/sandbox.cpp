@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace tw::test {
@@ -31,11 +33,28 @@ void script(const char *action) {
 }
 
 nlohmann::json busctl(const std::string &path, const std::string &interface,
-                      const std::string &member) {
+                      const std::string &member, const std::string &arguments = "") {
   return nlohmann::json::parse(
       run("busctl --system --json=short call "
           "org.freedesktop.NetworkManager " +
-          path + " " + interface + " " + member))["data"][0];
+          path + " " + interface + " " + member + " " + arguments))["data"][0];
+}
+
+nlohmann::json property(const std::string &path, const std::string &interface,
+                        const std::string &name) {
+  return nlohmann::json::parse(
+      run("busctl --system --json=short get-property org.freedesktop.NetworkManager " + path + " " +
+          interface + " " + name))["data"];
+}
+
+// {setting: {key: {"type": ..., "data": value}}} as {setting: {key: value}}.
+nlohmann::json untyped(const nlohmann::json &typed) {
+  nlohmann::json plain = nlohmann::json::object();
+  for (const auto &[setting, keys] : typed.items()) {
+    plain[setting] = nlohmann::json::object();
+    for (const auto &[key, value] : keys.items()) plain[setting][key] = value["data"];
+  }
+  return plain;
 }
 
 }  // namespace
@@ -59,6 +78,8 @@ void Sandbox::stopNetworkManager() { script("stop-nm"); }
 
 void Sandbox::startNetworkManager() { script("start-nm"); }
 
+void Sandbox::endPluginProcesses() { script("end-helpers"); }
+
 pid_t Sandbox::networkManagerPid() {
   pid_t pid = 0;
   std::ifstream(directory() + "/nm.pid") >> pid;
@@ -66,6 +87,77 @@ pid_t Sandbox::networkManagerPid() {
 }
 
 std::string Sandbox::nmcli(const std::string &arguments) { return run("nmcli " + arguments); }
+
+void Sandbox::bringUpBaseConnection() {
+  nmcli(
+      "connection add type ethernet ifname veth0 con-name base ipv4.method manual "
+      "ipv4.addresses 192.0.2.2/24 ipv4.gateway 192.0.2.1 ipv6.method disabled");
+  nmcli("--wait 10 connection up base");
+}
+
+std::vector<pid_t> Sandbox::processes() {
+  std::string name;
+  std::ifstream(directory() + "/netns") >> name;
+  std::vector<pid_t> pids;
+  std::istringstream listed(run("ip netns pids " + name));
+  for (pid_t pid; listed >> pid;) pids.push_back(pid);
+  return pids;
+}
+
+void Sandbox::startIpsecServer(const std::string &preSharedKey) {
+  std::filesystem::create_directories(directory() + "/server");
+  std::filesystem::remove(directory() + "/server/log");
+  std::ofstream(directory() + "/server/ipsec.secrets")
+      << "192.0.2.1 %any : PSK \"" << preSharedKey << "\"\n";
+  script("start-ipsec-server");
+}
+
+void Sandbox::stopIpsecServer() { script("stop-ipsec-server"); }
+
+std::string Sandbox::ipsecServerLog() {
+  std::ifstream log(directory() + "/server/log");
+  return std::string(std::istreambuf_iterator<char>(log), {});
+}
+
+std::vector<std::string> activeConnectionUuids() {
+  std::vector<std::string> uuids;
+  for (const std::string path : property("/org/freedesktop/NetworkManager",
+                                         "org.freedesktop.NetworkManager", "ActiveConnections")) {
+    try {
+      uuids.push_back(property(path, "org.freedesktop.NetworkManager.Connection.Active", "Uuid"));
+    } catch (const std::runtime_error &) {
+      // gone since it was listed
+    }
+  }
+  return uuids;
+}
+
+nlohmann::json secretsNetworkManagerGives(const std::string &uuid) {
+  std::string path =
+      busctl("/org/freedesktop/NetworkManager/Settings", "org.freedesktop.NetworkManager.Settings",
+             "GetConnectionByUuid", "s " + uuid);
+  return untyped(
+      busctl(path, "org.freedesktop.NetworkManager.Settings.Connection", "GetSecrets", "s vpn"));
+}
+
+std::string busNameOfProcess(pid_t pid) {
+  nlohmann::json names = nlohmann::json::parse(
+      run("busctl --system --json=short call org.freedesktop.DBus /org/freedesktop/DBus "
+          "org.freedesktop.DBus ListNames"))["data"][0];
+  for (const std::string name : names) {
+    if (name.rfind(':', 0) != 0) continue;
+    try {
+      nlohmann::json owner = nlohmann::json::parse(
+          run("busctl --system --json=short call org.freedesktop.DBus /org/freedesktop/DBus "
+              "org.freedesktop.DBus GetConnectionUnixProcessID s " +
+              name + " 2>/dev/null"));
+      if (owner["data"][0] == pid) return name;
+    } catch (const std::runtime_error &) {
+      // left the bus since it was listed
+    }
+  }
+  return "";
+}
 
 nlohmann::json HeldConnection::data() const {
   if (!settings.contains("vpn") || !settings["vpn"].contains("data"))
@@ -78,14 +170,9 @@ std::map<std::string, HeldConnection> heldConnections() {
   for (const std::string path :
        busctl("/org/freedesktop/NetworkManager/Settings", "org.freedesktop.NetworkManager.Settings",
               "ListConnections")) {
-    nlohmann::json typed =
-        busctl(path, "org.freedesktop.NetworkManager.Settings.Connection", "GetSettings");
-    HeldConnection connection{path, nlohmann::json::object()};
-    for (const auto &[setting, keys] : typed.items()) {
-      connection.settings[setting] = nlohmann::json::object();
-      for (const auto &[key, value] : keys.items())
-        connection.settings[setting][key] = value["data"];
-    }
+    HeldConnection connection{
+        path,
+        untyped(busctl(path, "org.freedesktop.NetworkManager.Settings.Connection", "GetSettings"))};
     held[connection.settings["connection"]["uuid"]] = connection;
   }
   return held;

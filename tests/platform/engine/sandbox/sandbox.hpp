@@ -25,12 +25,44 @@ class Sandbox {
   static std::vector<std::string> filesNetworkManagerWrote();
 
   static void stopNetworkManager();   // and every process in the namespace
+  // Stops every process in the namespace but NetworkManager: the l2tp
+  // plugin stays busy for seconds with an activation stopped midway, and
+  // would not answer the next one.
+  static void endPluginProcesses();
   static void startNetworkManager();  // and waits until it runs
   static pid_t networkManagerPid();
 
   // Runs nmcli on the sandbox's bus; its standard output.
   static std::string nmcli(const std::string &arguments);
+
+  // A base connection for a VPN to start over: veth0 up with 192.0.2.2/24,
+  // its gateway the far end of the pair (192.0.2.1). Deleting every
+  // connection takes it away again.
+  static void bringUpBaseConnection();
+  // Every process in the sandbox's network namespace: NetworkManager and
+  // whatever its plugins started.
+  static std::vector<pid_t> processes();
+
+  // strongSwan as an IKEv1 responder for L2TP at 192.0.2.1, in a namespace
+  // of its own behind the veth pair, with this pre-shared key (handed over
+  // in a file); running once it has loaded its configuration. Stopping it
+  // gives the veth pair back as it was.
+  static void startIpsecServer(const std::string &preSharedKey);
+  static void stopIpsecServer();
+  // What strongSwan logged, complete once it is stopped.
+  static std::string ipsecServerLog();
 };
+
+// The UUIDs of the connections NetworkManager has active now (in any
+// state), read with busctl.
+std::vector<std::string> activeConnectionUuids();
+// What NetworkManager answers a client that asks for the "vpn" secrets of
+// the connection with that UUID (Settings.Connection.GetSecrets), read
+// with busctl as {setting: {key: value}}; it asks the secret agents.
+nlohmann::json secretsNetworkManagerGives(const std::string &uuid);
+// The unique bus name of the process `pid` on the sandbox's bus, "" when
+// it has none.
+std::string busNameOfProcess(pid_t pid);
 
 // What NetworkManager holds: each connection's settings by UUID, read with
 // busctl (not with the code under test), as {setting: {key: value}}.
