@@ -12,7 +12,7 @@ void check(int result, bool preparing) {
 
 Database::Database(const std::string &path, int flags) {
   int result = sqlite3_open_v2(path.c_str(), &db_,
-                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | flags, nullptr);
+                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | flags, storageVfs());
   if (result != SQLITE_OK) {
     sqlite3_close_v2(std::exchange(db_, nullptr));
     check(result);

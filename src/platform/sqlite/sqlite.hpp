@@ -23,11 +23,18 @@ struct Error {
 // Throws the Error for a result other than SQLITE_OK, SQLITE_ROW or SQLITE_DONE.
 void check(int result, bool preparing = false);
 
+// The file system layer every connection opens its files through: the
+// system's, with the testing interface's "storage.…" fault points in front
+// (storage_points.cpp). Registered on first use; null if it cannot be.
+inline constexpr char kStorageVfs[] = "tarnwick-storage";
+const char *storageVfs();
+
 // A connection that closes with its owner.
 class Database {
  public:
   // Opens an existing file for reading and writing, never creating it and
-  // never following a symbolic link; `flags` adds SQLite open flags.
+  // never following a symbolic link, through the storage layer above;
+  // `flags` adds SQLite open flags.
   explicit Database(const std::string &path, int flags = 0);
   Database(Database &&other) noexcept;
   Database &operator=(Database &&other) noexcept;

@@ -90,21 +90,27 @@ TEST_F(PreferencesCommitFaults, EveryFailingCallOfAnInstallLeavesTheOldOrTheNewS
   const std::string database = storeDir() + "/preferences.db";
   const std::string original = fileBytes(database);
   const int descriptors = openDescriptors();
-  const char *operations[] = {"ZNPreferencesCreate",
-                              "ZNPreferencesLock",
-                              "ZNNetworkInterfaceCreateWithInterface",
-                              "ZNNetworkServiceCreate",
-                              "ZNNetworkServiceEstablishDefaultConfiguration",
-                              "ZNNetworkServiceAddProtocolType",
-                              "ZNNetworkServiceSetEnabled",
-                              "ZNNetworkServiceSetName",
-                              "ZNNetworkSetCopyAll",
-                              "ZNNetworkSetAddService",
-                              "ZNNetworkSetSetSelectedVPNService",
-                              "ZNPreferencesCommitChanges",
-                              "commit.row",
-                              "ZNPreferencesApplyChanges",
-                              "ZNPreferencesUnlock"};
+  const char *operations[] = {
+      "ZNPreferencesCreate",
+      "ZNPreferencesLock",
+      "ZNNetworkInterfaceCreateWithInterface",
+      "ZNNetworkServiceCreate",
+      "ZNNetworkServiceEstablishDefaultConfiguration",
+      "ZNNetworkServiceAddProtocolType",
+      "ZNNetworkServiceSetEnabled",
+      "ZNNetworkServiceSetName",
+      "ZNNetworkSetCopyAll",
+      "ZNNetworkSetAddService",
+      "ZNNetworkSetSetSelectedVPNService",
+      "ZNPreferencesCommitChanges",
+      "commit.row",
+      "ZNPreferencesApplyChanges",
+      "ZNPreferencesUnlock",
+      // SQLite's own steps inside the commit and the apply
+      "storage.write",
+      "storage.sync",
+      "storage.truncate",
+  };
   int failures = 0;
   for (const char *operation : operations) {
     for (long nth = 1;; ++nth) {
