@@ -12,8 +12,9 @@
  *
  * SQLite's changes to the store's and the Coffer's files count too, under
  * "storage.write", "storage.sync", "storage.truncate" and "storage.delete"
- * (all work, the platform's own included); one made to fail is an I/O
- * error at that moment.
+ * (all work, the platform's own included), and so does "storage.resync",
+ * the journal synced again after a commit whose last sync failed; one made
+ * to fail is an I/O error at that moment.
  *
  * Any of these calls can instead stop the process (SIGSTOP) when it is
  * reached, so that a test can kill it at that exact moment.

@@ -1,7 +1,13 @@
 // SQLite connections, statements and transactions, every result checked.
 #include "platform/sqlite/sqlite.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <utility>
+
+#include "platform/testing/fault.hpp"
 
 namespace sql {
 
@@ -90,6 +96,8 @@ std::optional<std::string> Statement::text(int column) const {
 
 Transaction::Transaction(Database &db, Kind kind) : db_(db) {
   db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+  // Holding the write lock, nothing else changes the file until commit.
+  if (kind == kWrite) counterAtBegin_ = changeCounter();
 }
 
 Transaction::~Transaction() {
@@ -99,8 +107,39 @@ Transaction::~Transaction() {
 }
 
 void Transaction::commit() {
-  db_.execute("COMMIT");
+  int result = sqlite3_exec(db_.get(), "COMMIT", nullptr, nullptr, nullptr);
+  if (result != SQLITE_OK && counterAtBegin_ &&
+      // A read finishes SQLite's recovery: a journal still valid is rolled back.
+      sqlite3_exec(db_.get(), "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr) ==
+          SQLITE_OK) {
+    std::optional<uint32_t> counter = changeCounter();
+    landed_ = counter && *counter != *counterAtBegin_;
+    if (landed_) result = syncJournal();
+  }
+  check(result);
   open_ = false;
+}
+
+std::optional<uint32_t> Transaction::changeCounter() const {
+  sqlite3_file *file = nullptr;
+  unsigned char bytes[4];
+  if (sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+      !file || !file->pMethods ||
+      file->pMethods->xRead(file, bytes, sizeof bytes, 24) != SQLITE_OK) {
+    return std::nullopt;
+  }
+  return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+int Transaction::syncJournal() const {
+  // A fault point like the storage layer's (storage_points.cpp).
+  if (pt::enter("storage.resync")) return SQLITE_IOERR_FSYNC;
+  std::string journal = std::string(sqlite3_db_filename(db_.get(), "main")) + "-journal";
+  int fd = ::open(journal.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) return errno == ENOENT ? SQLITE_OK : SQLITE_IOERR_FSYNC;
+  int result = ::fsync(fd) == 0 ? SQLITE_OK : SQLITE_IOERR_FSYNC;
+  ::close(fd);
+  return result;
 }
 
 }  // namespace sql

@@ -90,6 +90,13 @@ class Statement {
 // begins IMMEDIATE: it takes the write lock before it reads, so what it
 // read still holds when it writes, and only it waits for other writers
 // (a reader upgrading its lock would get SQLITE_BUSY at once).
+//
+// A commit that fails has not happened, with one exception SQLite leaves:
+// when the last step, the sync of the journal it has just truncated,
+// fails, the commit has landed (every reader sees it) although COMMIT
+// reports the error. The journal is then synced again: if that works the
+// commit succeeded; if not, commit() throws and landed() says it is in
+// the file, not that it will survive a power cut.
 class Transaction {
  public:
   enum Kind { kRead, kWrite };
@@ -98,10 +105,19 @@ class Transaction {
   Transaction(const Transaction &) = delete;
   Transaction &operator=(const Transaction &) = delete;
   void commit();
+  // After a failed commit() of a write: the database file holds it.
+  [[nodiscard]] bool landed() const { return landed_; }
 
  private:
+  // The database file's change counter as the file holds it: the commit
+  // of a write transaction advances it.
+  [[nodiscard]] std::optional<uint32_t> changeCounter() const;
+  [[nodiscard]] int syncJournal() const;
+
   Database &db_;
   bool open_ = true;
+  bool landed_ = false;
+  std::optional<uint32_t> counterAtBegin_;  // of a write transaction
 };
 
 }  // namespace sql

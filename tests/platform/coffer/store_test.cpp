@@ -13,6 +13,7 @@
 #include "support/test_support.hpp"
 #include "tarnwick/platform/coffer.h"
 #include "tarnwick/platform/prefs.h"
+#include "tarnwick/platform/testing.h"
 
 namespace {
 
@@ -111,6 +112,54 @@ TEST_F(CofferStore, ReplacedAndDeletedSecretsLeaveNoBytesInTheFile) {
   EXPECT_NE(file.find(kept), std::string::npos);  // the scan does find what is there
   EXPECT_EQ(file.find(replaced), std::string::npos);
   EXPECT_EQ(file.find(deleted), std::string::npos);
+}
+
+// A write that fails at any step of SQLite's did not happen, and one that
+// succeeds did, including when only the sync after the commit point failed
+// and the journal was synced again.
+TEST_F(CofferStore, WriteFailsExactlyWhenItDidNotHappen) {
+  auto query = dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrService, "svc"}});
+  struct Write {
+    const char *what;
+    std::function<VltStatus()> write;
+    std::string before, after;  // the secret stored under "svc", "" for none
+  } writes[] = {
+      {"add", [] { return addCofferPassword("svc", "added"); }, "", "added"},
+      {"update",
+       [&] {
+         return VltItemUpdate(query.get(), dict({{kVltValueData, bytes("updated")}}).get());
+       },
+       "old", "updated"},
+      {"delete", [&] { return VltItemDelete(query.get()); }, "old", ""},
+  };
+  auto stored = [] {
+    std::string item = tw::test::cofferItem("svc");
+    return item == "(none)" ? std::string() : item.substr(item.rfind('|') + 1);
+  };
+  int failures = 0, landed = 0;
+  for (const Write &write : writes) {
+    for (const char *point : {"storage.write", "storage.sync", "storage.truncate"}) {
+      for (long nth = 1;; ++nth) {
+        VltItemDelete(query.get());
+        if (!write.before.empty()) {
+          ASSERT_EQ(addCofferPassword("svc", write.before), kVltSuccess);
+        }
+        PTReset();
+        PTFailNthCall(point, nth);
+        const VltStatus status = write.write();
+        const bool fired = PTCallCount(point) >= nth;
+        landed += PTCallCount("storage.resync") > 0;
+        PTReset();
+        SCOPED_TRACE(std::string(write.what) + ", " + point + " call " + std::to_string(nth));
+        EXPECT_EQ(stored(), status == kVltSuccess ? write.after : write.before);
+        EXPECT_TRUE(status == kVltSuccess || status == kVltErrorStore) << status;
+        if (!fired) break;
+        failures += status != kVltSuccess;
+      }
+    }
+  }
+  EXPECT_GE(failures, 3 * 5);
+  EXPECT_EQ(landed, 3);  // each write's last sync
 }
 
 TEST_F(CofferStore, DamagedFileFailsEveryOperationAndIsLeftAsItWas) {
