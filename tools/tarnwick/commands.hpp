@@ -51,4 +51,7 @@ void exportCommand(const GlobalOptions &options, const ExportArguments &argument
 void applyCommand(const GlobalOptions &options);
 void statusCommand(const GlobalOptions &options);
 
+// With `repair`, puts right what it finds.
+void checkCommand(const GlobalOptions &options, bool repair);
+
 }  // namespace tarnwick

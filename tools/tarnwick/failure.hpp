@@ -18,6 +18,7 @@ enum class Exit : int {
   lock = 6,              // the preferences lock cannot be taken
   credentialStore = 7,   // the Coffer did not keep or give a credential
   engine = 8,            // apply: the VPN engine did not take every change
+  disagreement = 9,      // check: the preferences and the Coffer disagree
 };
 
 class Failure : public std::runtime_error {
