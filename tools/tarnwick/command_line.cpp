@@ -14,7 +14,8 @@ namespace {
 constexpr const char *kExitCodes =
     "Exit codes: 0 success, 1 any other failure, 2 usage, 3 malformed payload,\n"
     "4 not found, 5 store cannot be opened, 6 lock, 7 credential store,\n"
-    "8 the VPN engine did not take every change (apply).\n"
+    "8 the VPN engine did not take every change (apply), 9 the preferences and\n"
+    "the Coffer disagree (check).\n"
     "See tarnwick(1) and tarnwick-payload(5).";
 
 constexpr const char *kServiceHelp = "a service identifier, or a service name held by one service";
@@ -28,6 +29,7 @@ struct Arguments {
   ExportArguments exporting;
   bool proxy = false;
   bool encrypted = false;
+  bool repair = false;
 };
 
 // Adds a command whose callback runs `run` once parsing has succeeded.
@@ -141,6 +143,10 @@ void defineCommands(CLI::App &app, Arguments &a) {
           [&] { applyCommand(a.global); });
   command(app, "status", "the store's generations, the VPN engine, and each service's state in it",
           [&] { statusCommand(a.global); });
+  command(app, "check",
+          "find what the preferences and the Coffer disagree on, and files killed sessions left",
+          [&] { checkCommand(a.global, a.repair); })
+      ->add_flag("--repair", a.repair, "put right what it finds");
 }
 
 int fail(Exit code, const std::string &message) {
