@@ -134,6 +134,26 @@ TW_EXPORT PVStringRef JXVPNGetConfigurationKeyConstant(PVStringRef key,
  * NULL for a key of no protocol. Ownership: get (a constant). */
 TW_EXPORT PVStringRef JXVPNGetProtocolTypeForKey(PVStringRef key) TW_NOEXCEPT;
 
+/* The kind of value a key holds. A flag is a number, 0 or 1, or a boolean;
+ * a number is an integer. */
+typedef enum JXVPNValueKind {
+  kJXVPNValueKindUnknown = 0, /* not a key this library knows for that configuration */
+  kJXVPNValueKindString = 1,
+  kJXVPNValueKindNumber = 2,
+  kJXVPNValueKindFlag = 3,
+  kJXVPNValueKindData = 4,
+  kJXVPNValueKindStringArray = 5
+} JXVPNValueKind;
+
+/* The kind of value `key` holds, by its text, in the configuration of
+ * `configurationType`: a layer ("IPSec", "PPP", "VPN", "L2TP"; the IPSec
+ * extended configuration of an L2TP service is "IPSec") or a protocol
+ * ("IPv4", "DNS", "Proxies", "com.velmora.payload"). Unknown for a key that
+ * configuration does not have, and for configurations whose keys are not
+ * the library's (EAP, a vendor type). Ownership: none (a plain value). */
+TW_EXPORT JXVPNValueKind JXVPNGetValueKindForKey(PVStringRef key,
+                                                 PVStringRef configurationType) TW_NOEXCEPT;
+
 /* ---- service type and whole configurations ------------------------------ */
 
 /* The service's VPN type (IPSec, VPN, L2TP or PPTP), or NULL for a service

@@ -128,7 +128,7 @@ TEST_F(Check, ServicesPointingAtMissingItemsForgetThemAndSayWhatToDo) {
   ToolResult found = tool({"--json", "check"});
   EXPECT_EQ(kinds(found), "unusedCertificate,missingCertificate,missingSharedSecret");
   EXPECT_EQ(found.json()["findings"][2]["service"],
-            json({{"id", l2tp}, {"name", "Harbour Office (L2TP)"}}));
+            json({{"id", l2tp}, {"name", "Harbour Office (L2TP)"}, {"type", "L2TP"}}));
 
   ToolResult repaired = tool({"check", "--repair"});
   EXPECT_EQ(repaired.exitCode, 0) << repaired.err;

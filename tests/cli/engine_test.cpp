@@ -16,11 +16,11 @@ TEST_F(EngineCommands, WithoutAnEngineStatusSaysWhyAndApplySucceeds) {
   ToolResult status = tool({"--json", "status"});
   ASSERT_EQ(status.exitCode, 0) << status.err;
   json report = status.json();
-  EXPECT_EQ(report["Engine"], "none");
-  EXPECT_EQ(report["Generation"], report["AppliedGeneration"]);
-  EXPECT_EQ(report["Store"], storeDir());
+  EXPECT_EQ(report["engine"], "none");
+  EXPECT_EQ(report["generation"], report["appliedGeneration"]);
+  EXPECT_EQ(report["store"], storeDir());
   std::map<std::string, std::string> states;
-  for (const auto &service : report["Services"]) states[service["Name"]] = service["State"];
+  for (const auto &service : report["services"]) states[service["name"]] = service["state"];
   EXPECT_EQ(states, (std::map<std::string, std::string>{
                         {"Harbour Legacy (PPTP)", "no-engine"},
                         {"Harbour Gateway (certificate)", "cannot-express"}}));
@@ -50,7 +50,7 @@ TEST_F(EngineCommands, AForcedEngineOutOfReachFailsApplyButNotTheChange) {
   EXPECT_EQ(apply.exitCode, 8);
   EXPECT_EQ(apply.err, "tarnwick: the VPN engine did not take every change\n");
   ToolResult status = toolWithoutStore({"--store", storeDir(), "--json", "status"}, forced);
-  EXPECT_EQ(status.json()["Services"][0]["State"], "out-of-date");
+  EXPECT_EQ(status.json()["services"][0]["state"], "out-of-date");
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ TEST_F(Lifecycle, InstallNamesThePayloadKeysItDidNotUse) {
                               "PPP": {}, "Bogus": 1})");
   ToolResult result = tool({"--json", "install", workFile("extra.json")});
   ASSERT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_EQ(result.json()["unusedKeys"], json::array({"Bogus", "PPP"}));
+  EXPECT_EQ(result.json()["installed"][0]["unusedKeys"], json::array({"Bogus", "PPP"}));
 }
 
 TEST_F(Lifecycle, EveryExampleInstallsShowsExportsAndLeavesNothingWhenRemoved) {
@@ -41,8 +41,11 @@ TEST_F(Lifecycle, EveryExampleInstallsShowsExportsAndLeavesNothingWhenRemoved) {
   for (const std::string &payload : examplePayloads()) {
     ToolResult result = tool({"--json", "install", example(payload)});
     ASSERT_EQ(result.exitCode, 0) << payload << ": " << result.err;
-    EXPECT_EQ(result.json()["unusedKeys"], json::array()) << payload;
-    installed.insert(result.json()["name"].get<std::string>());
+    json entry = result.json()["installed"][0];
+    EXPECT_EQ(entry["unusedKeys"], json::array()) << payload;
+    EXPECT_EQ(entry["droppedSecrets"], json::array()) << payload;
+    EXPECT_EQ(entry["warnings"], json::array()) << payload;
+    installed.insert(entry["name"].get<std::string>());
   }
   json list = tool({"--json", "list"}).json();
   EXPECT_EQ(names(list), installed);
@@ -76,7 +79,7 @@ TEST_F(Lifecycle, ReinstallingReplacesTheServiceAndItsSecrets) {
   std::string first = tool({"--json", "list"}).json()[0]["id"];
   ToolResult again = tool({"--json", "install", example("l2tp.json")});
   ASSERT_EQ(again.exitCode, 0) << again.err;
-  EXPECT_EQ(again.json()["replaced"][0]["id"], first);
+  EXPECT_EQ(again.json()["installed"][0]["replaced"][0]["id"], first);
   json list = tool({"--json", "list"}).json();
   ASSERT_EQ(list.size(), 1u);
   EXPECT_NE(list[0]["id"], first);
@@ -104,12 +107,12 @@ TEST_F(Lifecycle, ExportedServiceInstalledInASecondStoreHasAnEqualConfiguration)
     if (payload == "ipsec-certificate.json") continue;
     ToolResult installed = tool({"--json", "install", example(payload)});
     ASSERT_EQ(installed.exitCode, 0) << installed.err;
-    std::string id = installed.json()["id"];
+    std::string id = installed.json()["installed"][0]["id"];
     ASSERT_EQ(tool({"export", id, "--with-secret", "-o", workFile("moved.json")}).exitCode, 0);
     ToolResult moved = toolIn(second, {"--json", "install", workFile("moved.json")});
     ASSERT_EQ(moved.exitCode, 0) << payload << ": " << moved.err;
     json original = tool({"--json", "show", id}).json();
-    json copy = toolIn(second, {"--json", "show", moved.json()["id"]}).json();
+    json copy = toolIn(second, {"--json", "show", moved.json()["installed"][0]["id"]}).json();
     EXPECT_EQ(comparable(original), comparable(copy)) << payload;
   }
 }

@@ -1,5 +1,8 @@
 // get, set and select through the built binary: each key lands in the layer
 // or protocol the library gives it.
+#include <algorithm>
+#include <filesystem>
+
 #include "cli/tool_runner.hpp"
 
 namespace tw::test {
@@ -26,13 +29,13 @@ struct PropertyCase {
 TEST_F(Properties, SetKeysLandInTheirLayerOrProtocolAndReadBack) {
   const PropertyCase cases[] = {
       {kL2TP, {"LCPEchoInterval", "60"}, "/layers/0/configuration/LCPEchoInterval", 60},
-      {kL2TP, {"XAuthName", "\"alice\""}, "/layers/0/extended/IPSec/XAuthName", "alice"},
+      {kL2TP, {"XAuthName", "alice"}, "/layers/0/extended/IPSec/XAuthName", "alice"},
       {kL2TP,
        {"HTTPProxy", "proxy.example.com"},
        "/protocols/Proxies/HTTPProxy",
        "proxy.example.com"},
       {kL2TP,
-       {"Note", "{\"$data\": \"AAE=\"}", "--protocol", "IPv4"},
+       {"Note", "{\"$data\": \"AAE=\"}", "--protocol", "IPv4", "--force"},
        "/protocols/IPv4/Note",
        {{"$data", "AAE="}}},
       // The VPN layer's key of the shared text, on a vendor VPN service.
@@ -57,7 +60,8 @@ TEST_F(Properties, SetKeysLandInTheirLayerOrProtocolAndReadBack) {
     std::vector<std::string> get = {"--json", "get", service};
     get.insert(get.end(), property.setArguments.begin(), property.setArguments.end());
     get.erase(get.begin() + 4);  // the value
-    EXPECT_EQ(json::parse(tool(get).out), property.expected) << property.where;
+    get.erase(std::remove(get.begin(), get.end(), "--force"), get.end());
+    EXPECT_EQ(json::parse(tool(get).out)["value"], property.expected) << property.where;
   }
 }
 
@@ -75,6 +79,119 @@ TEST_F(Properties, SelectMakesTheServiceTheSelectedOne) {
   EXPECT_EQ(selected(), "Harbour Legacy (PPTP)");
   ASSERT_EQ(tool({"select", "Harbour Office (L2TP)"}).exitCode, 0);
   EXPECT_EQ(selected(), "Harbour Office (L2TP)");
+}
+
+// VALUE takes the kind of the key: "12345" stays a name, a number must be
+// one, a flag is yes or no; what the library does not know needs --force.
+TEST_F(Properties, SetConvertsByTheKeysKindAndRefusesUnknownKeysUnlessForced) {
+  ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
+  std::string service = kL2TP.service;
+  struct Case {
+    std::vector<std::string> set;  // after "set SERVICE"
+    const char *where;             // JSON pointer into `show --json`
+    json expected;
+  } accepted[] = {
+      {{"AuthName", "12345"}, "/layers/0/configuration/AuthName", "12345"},
+      {{"LCPEchoInterval", "-5"}, "/layers/0/configuration/LCPEchoInterval", -5},
+      {{"CCPEnabled", "no"}, "/layers/0/configuration/CCPEnabled", 0},
+      {{"AuthEAPPlugins", "a, b"}, "/layers/0/configuration/AuthEAPPlugins", json({"a", "b"})},
+      {{"AuthEAPPlugins", "[\"c\"]"}, "/layers/0/configuration/AuthEAPPlugins", json({"c"})},
+      {{"Bogus", "{\"a\": 1}", "--force"}, "/layers/0/configuration/Bogus", json({{"a", 1}})},
+      {{"Anything", "x", "--type", "EAP"}, "/layers/0/extended/EAP/Anything", "x"},
+  };
+  for (const Case &set : accepted) {
+    std::vector<std::string> args = {"set", service};
+    args.insert(args.end(), set.set.begin(), set.set.end());
+    ToolResult result = tool(args);
+    ASSERT_EQ(result.exitCode, 0) << set.set[0] << ": " << result.err;
+    json shown = tool({"--json", "show", service}).json();
+    EXPECT_EQ(shown[json::json_pointer(set.where)], set.expected) << set.where;
+  }
+  std::string before = tool({"dump"}).out;
+  const std::pair<std::vector<std::string>, std::string> refused[] = {
+      {{"LCPEchoInterval", "often"}, "\"LCPEchoInterval\" takes a whole number, not \"often\""},
+      {{"CCPEnabled", "maybe"}, "\"CCPEnabled\" takes yes or no"},
+      {{"AuthEAPPlugins", "[1]"}, "\"AuthEAPPlugins\" takes a list of strings"},
+      {{"Bogus", "1"}, "\"Bogus\" is not a key of the PPP configuration; --type or --protocol"},
+      {{"Bogus", "1", "--type", "IPSec"}, "\"Bogus\" is not a key of the IPSec configuration"},
+      {{"AuthName", "x", "--type", "Bogus"}, "\"Bogus\" is not a configuration type of"},
+      {{"Note", "x", "--protocol", "Bogus"}, "\"Bogus\" is not a protocol of"},
+      {{"AuthPassword", "x"}, "\"AuthPassword\" holds a secret"},
+  };
+  for (const auto &[set, message] : refused) {
+    std::vector<std::string> args = {"set", service};
+    args.insert(args.end(), set.begin(), set.end());
+    ToolResult result = tool(args);
+    EXPECT_EQ(result.exitCode, 2) << set[0];
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(tool({"dump"}).out, before);
+  // What set stores, export writes and install takes back.
+  ASSERT_EQ(tool({"export", service, "-o", workFile("again.json")}).exitCode, 0);
+  ToolResult again = tool({"install", workFile("again.json")});
+  EXPECT_EQ(again.exitCode, 0) << again.err;
+}
+
+TEST_F(Properties, UnsetEnableDisableAndRenameChangeTheService) {
+  ASSERT_EQ(tool({"install", example("http-proxy.json")}).exitCode, 0);
+  std::string name = "Harbour Gateway via proxy";
+  std::string id = tool({"--json", "show", name}).json()["id"];
+  // The account password is kept by account name: it moves with the name.
+  ASSERT_EQ(tool({"set", name, "XAuthName", "carol"}).exitCode, 0);
+  EXPECT_EQ(tool({"--json", "show", name}).json()["secrets"]["accountPassword"], "stored");
+  ASSERT_EQ(tool({"unset", name, "XAuthName"}).exitCode, 0);
+  ASSERT_EQ(tool({"unset", name, "HTTPSPort"}).exitCode, 0);
+  ASSERT_EQ(tool({"unset", name, "RemoteAddress"}).exitCode, 0);
+  json shown = tool({"--json", "show", name}).json();
+  EXPECT_FALSE(shown["layers"][0]["configuration"].contains("XAuthName"));
+  EXPECT_FALSE(shown["layers"][0]["configuration"].contains("RemoteAddress"));
+  EXPECT_FALSE(shown["protocols"]["Proxies"].contains("HTTPSPort"));
+  EXPECT_TRUE(shown["protocols"]["Proxies"].contains("HTTPPort"));
+  EXPECT_EQ(tool({"unset", name, "XAuthName"}).exitCode, 4);
+
+  EXPECT_EQ(shown["enabled"], false);
+  ASSERT_EQ(tool({"enable", name}).exitCode, 0);
+  EXPECT_EQ(tool({"--json", "list"}).json()[0]["enabled"], true);
+  ASSERT_EQ(tool({"disable", "--id", id}).exitCode, 0);
+  EXPECT_EQ(tool({"--json", "list"}).json()[0]["enabled"], false);
+
+  // The proxy password is kept by name: it moves with the name.
+  ASSERT_EQ(shown["secrets"]["proxyPassword"], "stored");
+  ToolResult renamed = tool({"rename", name, "Harbour Renamed"});
+  ASSERT_EQ(renamed.exitCode, 0) << renamed.err;
+  json after = tool({"--json", "show", "Harbour Renamed"}).json();
+  EXPECT_EQ(after["id"], id);
+  EXPECT_EQ(after["secrets"]["proxyPassword"], "stored");
+  EXPECT_EQ(after["secrets"]["accountPassword"], "stored");
+  EXPECT_FALSE(hasCofferItem(name));
+  EXPECT_EQ(tool({"rename", "Harbour Renamed", ""}).exitCode, 2);
+}
+
+// --id, --name and --file say what an argument is; without them a service
+// of that identifier or name wins over a file that happens to bear it.
+TEST_F(Properties, ArgumentsSayWhatTheyNameAndAServiceWinsOverAFile) {
+  ASSERT_EQ(tool({"install", example("pptp.json")}).exitCode, 0);
+  ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
+  std::string pptp = "Harbour Legacy (PPTP)";
+  std::string id = tool({"--json", "show", pptp}).json()["id"];
+  EXPECT_EQ(tool({"show", "--id", pptp}).exitCode, 4);
+  EXPECT_EQ(tool({"show", "--name", id}).exitCode, 4);
+  EXPECT_EQ(tool({"show", "--id", id, "--name", pptp}).exitCode, 2);
+  EXPECT_EQ(tool({"show"}).exitCode, 2);
+  // A file in the working directory named like the service: the service goes.
+  writeFile(pptp, fileBytes(example("l2tp.json")));
+  std::string shadow = workFile(pptp);
+  ToolResult byName = tool({"--json", "remove", "--name", pptp});
+  ASSERT_EQ(byName.exitCode, 0) << byName.err;
+  EXPECT_EQ(byName.json()["removed"][0]["name"], pptp);
+  ASSERT_EQ(tool({"install", example("pptp.json")}).exitCode, 0);
+  std::filesystem::current_path(workFile(""));
+  ToolResult bare = tool({"--json", "remove", pptp});
+  ASSERT_EQ(bare.exitCode, 0) << bare.err;
+  EXPECT_EQ(bare.json()["removed"][0]["name"], pptp);
+  ToolResult byFile = tool({"--json", "remove", "--file", shadow});
+  ASSERT_EQ(byFile.exitCode, 0) << byFile.err;
+  EXPECT_EQ(byFile.json()["removed"][0]["name"], "Harbour Office (L2TP)");
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 // Secrets enter through standard input, live only in the Coffer, and never
 // appear in any output; a shared secret leaves only in its encodings.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "cli/tool_runner.hpp"
 
 namespace tw::test {
@@ -52,8 +55,7 @@ TEST_F(Secrets, NoOutputOfAnyCommandHoldsASecret) {
 }
 
 TEST_F(Secrets, PasswordsAndSharedSecretsAreReadFromStandardInput) {
-  ToolResult installed = tool({"--json", "install", example("pptp.json")});
-  std::string id = installed.json()["id"];
+  ASSERT_EQ(tool({"install", example("pptp.json")}).exitCode, 0);
   json pptp = json::parse(fileBytes(example("pptp.json")));
   pptp["PPP"].erase("AuthPassword");
   writeFile("no-password.json", pptp.dump());
@@ -76,22 +78,110 @@ TEST_F(Secrets, SharedSecretMovesBetweenServicesInEitherEncoding) {
     ASSERT_EQ(tool({"install", example(payload)}).exitCode, 0);
   }
   std::string from = "Harbour Office (L2TP)", to = "Harbour Gateway (IPSec)";
-  auto encrypted = [&](const std::string &service) {
-    return tool({"secret", "export", "--encrypted", service}).out;
+  auto exported = [&](const std::string &service, bool encrypted) {
+    std::vector<std::string> args = {"secret", "export", service};
+    if (encrypted) args.push_back("--encrypted");
+    return tool(args).out;
   };
-  ASSERT_NE(encrypted(from), encrypted(to));
+  ASSERT_NE(exported(from, false), exported(to, false));
+  ASSERT_EQ(tool({"secret", "import", to}, exported(from, false)).exitCode, 0);
+  EXPECT_EQ(exported(from, false), exported(to, false));
 
-  ToolResult exported = tool({"secret", "export", from});
-  ASSERT_EQ(exported.exitCode, 0);
-  ASSERT_EQ(tool({"secret", "import", to}, exported.out).exitCode, 0);
-  EXPECT_EQ(encrypted(from), encrypted(to));
-
-  // The encrypted form's decoder stops at the first zero byte, so only a
-  // secret whose UTF-16 units have none survives it.
+  // The encrypted form's decoder stops at the first zero byte: a secret with
+  // an ASCII character cannot go that way, and is refused rather than
+  // exported as text its own import would cut short.
+  ToolResult ascii = tool({"secret", "export", "--encrypted", from});
+  EXPECT_EQ(ascii.exitCode, 1);
+  EXPECT_EQ(ascii.out, "");
+  EXPECT_NE(ascii.err.find("the encrypted encoding cannot carry this shared secret"),
+            std::string::npos)
+      << ascii.err;
   ASSERT_EQ(tool({"secret", "set", from}, "中文密钥\n").exitCode, 0);
-  ASSERT_EQ(tool({"secret", "import", "--encrypted", to}, encrypted(from)).exitCode, 0);
-  EXPECT_EQ(encrypted(from), encrypted(to));
+  ASSERT_EQ(tool({"secret", "import", "--encrypted", to}, exported(from, true)).exitCode, 0);
+  EXPECT_EQ(exported(from, true), exported(to, true));
+  json asJson = tool({"--json", "secret", "export", to}).json();
+  EXPECT_EQ(asJson["encoding"], "exported");
+  EXPECT_EQ(asJson["service"]["name"], to);
+  EXPECT_EQ(asJson["base64"].get<std::string>() + "\n", exported(to, false));
   EXPECT_EQ(tool({"secret", "import", to}, "not base64!\n").exitCode, 2);
+}
+
+// A secret piped from a file written on another system ends in CR LF: the
+// CR is no part of it.
+TEST_F(Secrets, PipedSecretsLoseTheirLineEnding) {
+  ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
+  std::string name = "Harbour Office (L2TP)";
+  ASSERT_EQ(tool({"secret", "set", name}, "\xe4\xb8\xad\xe6\x96\x87\r\n").exitCode, 0);
+  std::string withCR = tool({"secret", "export", "--encrypted", name}).out;
+  ASSERT_EQ(tool({"secret", "set", name}, "\xe4\xb8\xad\xe6\x96\x87\n").exitCode, 0);
+  EXPECT_EQ(tool({"secret", "export", "--encrypted", name}).out, withCR);
+  EXPECT_NE(withCR, "");
+  EXPECT_EQ(tool({"password", "set", name}, "\r\n").exitCode, 2);
+}
+
+// Storing a shared secret makes a service authenticate with it: never done
+// behind the back of a certificate, PPTP or vendor service.
+TEST_F(Secrets, SharedSecretIsRefusedWhereNoneIsUsedUnlessForced) {
+  for (const char *payload : {"ipsec-certificate.json", "pptp.json", "vendor-vpn.json"}) {
+    ASSERT_EQ(tool({"install", example(payload)}).exitCode, 0);
+  }
+  const std::pair<const char *, const char *> cases[] = {
+      {"Harbour Gateway (certificate)", "would switch it to shared-secret authentication"},
+      {"Harbour Legacy (PPTP)", "would add an IPSec configuration"},
+      {"Tidewater Secure Access", "would add an IPSec configuration"}};
+  for (const auto &[service, why] : cases) {
+    std::string before = tool({"--json", "show", service}).out;
+    for (const char *command : {"set", "import"}) {
+      ToolResult refused = tool({"secret", command, service}, "AAAA\n");
+      EXPECT_EQ(refused.exitCode, 2) << service;
+      EXPECT_NE(refused.err.find(why), std::string::npos) << refused.err;
+    }
+    EXPECT_EQ(tool({"--json", "show", service}).out, before);
+  }
+  std::string certificate = "Harbour Gateway (certificate)";
+  ASSERT_EQ(tool({"secret", "set", "--force", certificate}, "forced\n").exitCode, 0);
+  json shown = tool({"--json", "show", certificate}).json();
+  EXPECT_EQ(shown["secrets"]["sharedSecret"], "stored");
+}
+
+// The proxy password is kept by service name: a second service of the same
+// name shares it, and installing one says so.
+TEST_F(Secrets, SharedProxyPasswordIsWarnedOf) {
+  ASSERT_EQ(tool({"install", example("http-proxy.json")}).exitCode, 0);
+  json payload = json::parse(fileBytes(example("http-proxy.json")));
+  payload["PayloadIdentifier"] = "com.example.other";
+  payload["PayloadUUID"] = "other";
+  writeFile("other.json", payload.dump());
+  ToolResult second = tool({"--json", "install", workFile("other.json")});
+  ASSERT_EQ(second.exitCode, 0) << second.err;
+  json warnings = second.json()["installed"][0]["warnings"];
+  ASSERT_EQ(warnings.size(), 1u) << warnings;
+  EXPECT_NE(warnings[0].get<std::string>().find("the proxy password is kept by service name"),
+            std::string::npos);
+  ToolResult text = tool({"install", workFile("other.json")});
+  EXPECT_NE(text.err.find("tarnwick: warning: the proxy password is kept by service name"),
+            std::string::npos)
+      << text.err;
+}
+
+// A file the tool writes with a secret is made afresh, owner-only, and a
+// link at its path is replaced, never followed.
+TEST_F(Secrets, ExportedFileWithTheSecretIsPrivateAndFollowsNoLink) {
+  ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
+  std::string name = "Harbour Office (L2TP)";
+  writeFile("existing.json", "old");
+  ASSERT_EQ(chmod(workFile("existing.json").c_str(), 0644), 0);
+  writeFile("victim", "untouched");
+  ASSERT_EQ(symlink(workFile("victim").c_str(), workFile("link.json").c_str()), 0);
+  for (const char *file : {"existing.json", "link.json"}) {
+    ASSERT_EQ(tool({"export", name, "--with-secret", "-o", workFile(file)}).exitCode, 0);
+    struct stat info {};
+    ASSERT_EQ(lstat(workFile(file).c_str(), &info), 0);
+    EXPECT_TRUE(S_ISREG(info.st_mode)) << file;
+    EXPECT_EQ(info.st_mode & 0777, 0600u) << file;
+    EXPECT_TRUE(json::parse(fileBytes(workFile(file)))["IPSec"].contains("ExportedSharedSecret"));
+  }
+  EXPECT_EQ(fileBytes(workFile("victim")), "untouched");
 }
 
 }  // namespace

@@ -61,10 +61,13 @@ void CliTest::writeFile(const std::string &name, const std::string &text) const 
 
 CliTest::Running CliTest::launch(const std::vector<std::string> &args,
                                  const std::vector<std::string> &environment,
-                                 const std::string &input, const std::string &tag) const {
+                                 const std::string &input, const std::string &tag,
+                                 const std::string &output) const {
   writeFile(tag + ".in", input);
-  Running running{-1, workFile(tag + ".out"), workFile(tag + ".err")};
-  running.pid = spawn(args, environment, workFile(tag + ".in"), running.outPath, running.errPath);
+  // Output sent elsewhere is not read back.
+  Running running{-1, output.empty() ? workFile(tag + ".out") : "", workFile(tag + ".err")};
+  running.pid = spawn(args, environment, workFile(tag + ".in"),
+                      output.empty() ? running.outPath : output, running.errPath);
   return running;
 }
 
@@ -74,7 +77,7 @@ ToolResult CliTest::finish(const Running &running) {
   if (waitpid(running.pid, &status, 0) == running.pid) {
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
-  result.out = fileBytes(running.outPath);
+  if (!running.outPath.empty()) result.out = fileBytes(running.outPath);
   result.err = fileBytes(running.errPath);
   return result;
 }

@@ -53,10 +53,12 @@ class CliTest : public StoreTest {
     args.insert(args.begin(), {"--store", store});
     return finish(launch(args, {}, input, "tool"));
   }
-  // The same with no --store: the environment chooses the store.
+  // The same with no --store: the environment chooses the store; standard
+  // output goes to `output` when given (/dev/full, say).
   ToolResult toolWithoutStore(const std::vector<std::string> &args,
-                              const std::vector<std::string> &environment) const {
-    return finish(launch(args, environment, "", "tool"));
+                              const std::vector<std::string> &environment,
+                              const std::string &output = "") const {
+    return finish(launch(args, environment, "", "tool", output));
   }
 
   // A copy of examples/ with the client identity made, shared by the tests
@@ -67,7 +69,8 @@ class CliTest : public StoreTest {
 
  private:
   Running launch(const std::vector<std::string> &args, const std::vector<std::string> &environment,
-                 const std::string &input, const std::string &tag) const;
+                 const std::string &input, const std::string &tag,
+                 const std::string &output = "") const;
 
   std::string work_;
 };

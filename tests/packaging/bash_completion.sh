@@ -120,6 +120,7 @@ expect "services and payload files" "$(lines $ids a.json payloads \
 expect "an output file" "$(lines a.json notes.txt payloads)" tarnwick export x -o ''
 expect "a store directory" "payloads" tarnwick --store ''
 expect "no argument at all" "" tarnwick list ''
+expect "a command to describe" "$(lines secret select set)" tarnwick help se
 
 # A tool that is not there gives nothing.
 expect "a missing tool" "" ./no-such-tool ''

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "credentials.hpp"
+#include "describe.hpp"
 #include "failure.hpp"
 
 namespace tarnwick {
@@ -83,9 +84,7 @@ void removeItem(PVTypeRef reference, const std::string &what) {
   }
 }
 
-Json serviceJson(ZNNetworkServiceRef service) {
-  return {{"id", serviceID(service)}, {"name", serviceName(service)}};
-}
+Json serviceJson(ZNNetworkServiceRef service) { return summaryJson(summarize(service)); }
 
 // What the services of the store name in the Coffer.
 struct StoreView {

@@ -34,13 +34,16 @@ Json findingsJson(const std::vector<Finding> &findings, size_t remaining) {
     if (finding.repaired && !finding.afterRepair.empty()) json["then"] = finding.afterRepair;
     list.push_back(json);
   }
-  return {{"clean", remaining == 0}, {"findings", list}};
+  Json json = {{"clean", remaining == 0}, {"findings", list}};
+  // A repair that changed the services committed and applied them.
+  if (Json engine = takeEngineReport(); !engine.is_null()) json["engine"] = engine;
+  return json;
 }
 
 }  // namespace
 
 void checkCommand(const GlobalOptions &options, bool repair) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::existing);
   // Under the lock no installation is half-way: its secrets are in the
   // Coffer only once its service is committed.
   lockPreferences(prefs.get());

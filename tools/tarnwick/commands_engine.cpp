@@ -1,6 +1,4 @@
 // apply and status: the VPN engine and the store.
-#include <cstdio>
-
 #include "commands.hpp"
 #include "engine_report.hpp"
 #include "failure.hpp"
@@ -10,7 +8,7 @@
 namespace tarnwick {
 
 void applyCommand(const GlobalOptions &options) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::change);
   lockPreferences(prefs.get());
   bool applied = ZNEngineApply(prefs.get());
   std::string error = applied ? "" : ZNErrorString(ZNError());
@@ -20,11 +18,10 @@ void applyCommand(const GlobalOptions &options) {
   if (options.json) {
     printJson(report);
   } else {
-    std::printf("%s\n", engineLine(report).c_str());
-    for (const auto &service : report["Services"]) {
-      if (service.contains("Reason")) {
-        std::printf("  \"%s\": %s\n", service.value("Name", "").c_str(),
-                    stateText(service).c_str());
+    emit(engineLine(report) + "\n");
+    for (const auto &service : report["services"]) {
+      if (service.contains("reason")) {
+        emit("  \"" + shown(service.value("name", "")) + "\": " + shown(stateText(service)) + "\n");
       }
     }
   }
@@ -34,36 +31,36 @@ void applyCommand(const GlobalOptions &options) {
 }
 
 void statusCommand(const GlobalOptions &options) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::existing);
   auto status = Ref<PVDictionaryRef>::adopt(ZNEngineCopyStatus(prefs.get()));
   if (!status) {
     throw Failure(Exit::storeUnavailable,
                   std::string("cannot read the store: ") + ZNErrorString(ZNError()));
   }
-  Json json = jsonFromValue(status.get());
-  json["Store"] = ZNPreferencesGetStoreDirectory(prefs.get());
+  Json json = engineJson(status.get());
+  json["store"] = ZNPreferencesGetStoreDirectory(prefs.get());
   if (options.json) {
     printJson(json);
     return;
   }
-  Json fields = {{"Store", json["Store"]},
-                 {"Generation", std::to_string(json.value("Generation", 0)) + ", applied " +
-                                    std::to_string(json.value("AppliedGeneration", 0))},
-                 {"Engine", json["Engine"]}};
-  if (json.contains("Failure")) fields["Failure"] = json["Failure"];
-  if (size_t leftover = json.value("Leftover", size_t(0))) {
+  Json fields = {{"Store", json["store"]},
+                 {"Generation", std::to_string(json.value("generation", 0)) + ", applied " +
+                                    std::to_string(json.value("appliedGeneration", 0))},
+                 {"Engine", json["engine"]}};
+  if (json.contains("failure")) fields["Failure"] = json["failure"];
+  if (size_t leftover = json.value("leftover", size_t(0))) {
     fields["Leftover"] = std::to_string(leftover) + " connections, deleted by the next apply";
   }
   printFields(fields);
   std::vector<std::vector<std::string>> rows;
-  for (const auto &service : json["Services"]) {
-    std::string type = service.value("Type", "");
-    if (service.contains("VendorType"))
-      type += " (" + service["VendorType"].get<std::string>() + ")";
+  for (const auto &service : json["services"]) {
+    std::string type = service.value("type", "");
+    if (service.contains("vendorType"))
+      type += " (" + service["vendorType"].get<std::string>() + ")";
     rows.push_back(
-        {service.value("Name", ""), type, service.value("Plugin", "-"), stateText(service)});
+        {service.value("name", ""), type, service.value("plugin", "-"), stateText(service)});
   }
-  std::printf("\n");
+  emit("\n");
   printTable({"NAME", "TYPE", "PLUGIN", "STATE"}, rows);
 }
 

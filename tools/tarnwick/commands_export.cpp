@@ -4,22 +4,23 @@
 // client identity, the passwords. The shared secret comes along in its
 // exported encoding, on request only.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "commands.hpp"
 #include "credentials.hpp"
 #include "describe.hpp"
 #include "failure.hpp"
+#include "output.hpp"
 #include "values.hpp"
 
 namespace tarnwick {
 namespace {
-
-void note(const std::string &text) { std::fprintf(stderr, "tarnwick: %s\n", text.c_str()); }
 
 // The subject of the client certificate a persistent reference names: the
 // value of "PayloadCertificateUUID", which keeps certificate authentication
@@ -47,9 +48,8 @@ Json portableConfiguration(PVDictionaryRef configuration, Json &payload) {
       auto reference = Ref<PVDataRef>::adopt(
           PVDataCreateWithBase64String(makeString(it.value().value("$data", "")).get()));
       payload["PayloadCertificateUUID"] = certificateSubject(reference.get());
-      note(
-          "the client identity stays in this device's Coffer: add \"_certificateData\" and "
-          "\"_certificatePassphrase\" to carry it");
+      note("the client identity stays in this device's Coffer: add \"_certificateData\" and "
+           "\"_certificatePassphrase\" to carry it");
       it = json.erase(it);
     } else if (isSecretKey(it.key()) || cofferMark) {
       it = json.erase(it);
@@ -138,25 +138,53 @@ Json exportPayload(ZNNetworkServiceRef service, bool withSecret) {
   return payload;
 }
 
+// Written beside the file and renamed over it: the file is whole or not
+// there, made afresh with the owner's mode alone when it holds a secret,
+// and a link at the path is replaced, never followed.
 void writeFile(const std::string &path, const std::string &text, bool secret) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, secret ? 0600 : 0644);
-  bool written =
-      fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  std::filesystem::path target(path);
+  std::filesystem::path folder = target.has_parent_path() ? target.parent_path() : ".";
+  std::string temporary = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
+  int fd = mkostemp(temporary.data(), O_CLOEXEC);
+  if (fd < 0) throw Failure(Exit::failure, "cannot write " + path + ": " + std::strerror(errno));
+  mode_t mask = umask(0);
+  umask(mask);
+  bool written = fchmod(fd, secret ? 0600 : 0666 & ~mask) == 0;
+  for (size_t done = 0; written && done < text.size();) {
+    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    written = n > 0;
+    if (written) done += static_cast<size_t>(n);
+  }
+  written = written && fsync(fd) == 0;
   int error = errno;
-  if (fd >= 0 && ::close(fd) != 0) written = false;
-  if (!written) throw Failure(Exit::failure, "cannot write " + path + ": " + std::strerror(error));
+  if (::close(fd) != 0 && written) {
+    written = false;
+    error = errno;
+  }
+  if (written && std::rename(temporary.c_str(), path.c_str()) != 0) {
+    written = false;
+    error = errno;
+  }
+  if (!written) {
+    ::unlink(temporary.c_str());
+    throw Failure(Exit::failure, "cannot write " + path + ": " + std::strerror(error));
+  }
 }
 
 }  // namespace
 
 void exportCommand(const GlobalOptions &options, const ExportArguments &arguments) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::existing);
   auto service = findService(prefs.get(), arguments.service);
   std::string text = exportPayload(service.get(), arguments.withSecret).dump(2) + "\n";
   if (arguments.outputPath.empty()) {
-    std::fputs(text.c_str(), stdout);
-  } else {
-    writeFile(arguments.outputPath, text, arguments.withSecret);
+    emit(text);
+    return;
+  }
+  writeFile(arguments.outputPath, text, arguments.withSecret);
+  if (options.json) {
+    printJson({{"service", summaryJson(summarize(service.get()))}, {"file", arguments.outputPath}});
   }
 }
 

@@ -1,6 +1,4 @@
 // list, on-demand, show and dump: reading the store, changing nothing.
-#include <cstdio>
-
 #include "commands.hpp"
 #include "describe.hpp"
 #include "output.hpp"
@@ -8,20 +6,23 @@
 namespace tarnwick {
 namespace {
 
+std::string yesNo(const Json &flag) { return flag.get<bool>() ? "yes" : "no"; }
+
 void printServices(const GlobalOptions &options, const Json &services) {
   if (options.json) {
     printJson(services);
     return;
   }
   if (services.empty()) {
-    std::printf("No VPN services.\n");
+    emit("No VPN services.\n");
     return;
   }
   std::vector<std::vector<std::string>> rows;
   for (const auto &service : services) {
-    rows.push_back({service["name"], service["type"], service["id"],
-                    service["selected"].get<bool>() ? "yes" : "no",
-                    service["onDemand"].get<bool>() ? "yes" : "no"});
+    std::string type = service["type"];
+    if (service.contains("vendorType")) type += " (" + service["vendorType"].get<std::string>() + ")";
+    rows.push_back({service["name"], type, service["id"], yesNo(service["selected"]),
+                    yesNo(service["onDemand"])});
   }
   printTable({"NAME", "TYPE", "IDENTIFIER", "SELECTED", "ON-DEMAND"}, rows);
 }
@@ -31,24 +32,27 @@ void printServices(const GlobalOptions &options, const Json &services) {
 void printConfiguration(const std::string &heading, const Json &configuration, size_t indent) {
   std::string pad(indent, ' ');
   if (configuration.is_null() || configuration.empty()) {
-    std::printf("%s%s  %s\n", pad.c_str(), heading.c_str(),
-                configuration.is_null() ? "(none)" : "(empty)");
+    emit(pad + shown(heading) + "  " + (configuration.is_null() ? "(none)" : "(empty)") + "\n");
     return;
   }
-  std::printf("%s%s\n", pad.c_str(), heading.c_str());
+  emit(pad + shown(heading) + "\n");
   printFields(configuration, indent + 2);
 }
 
 void printService(const Json &service) {
-  Json header = {
-      {"Name", service["name"]},
-      {"Identifier", service["id"]},
-      {"Type", service.contains("vendorType") ? service["type"].get<std::string>() + " (" +
-                                                    service["vendorType"].get<std::string>() + ")"
-                                              : service["type"].get<std::string>()},
-      {"Enabled", service["enabled"].get<bool>() ? "yes" : "no"},
-      {"Selected in", service["selectedIn"].empty() ? "-" : tableText(service["selectedIn"])}};
-  printFields(header);
+  std::string selectedIn;
+  for (const auto &set : service["selectedIn"]) {
+    std::string name = set["name"];
+    selectedIn += (selectedIn.empty() ? "" : ", ") + (name.empty() ? set["id"].get<std::string>() : name);
+  }
+  std::string type = service["type"];
+  if (service.contains("vendorType")) type += " (" + service["vendorType"].get<std::string>() + ")";
+  printFields({{"Name", service["name"]},
+               {"Identifier", service["id"]},
+               {"Type", type},
+               {"Enabled", yesNo(service["enabled"])},
+               {"On demand", yesNo(service["onDemand"])},
+               {"Selected in", selectedIn.empty() ? "-" : selectedIn}});
   for (const auto &layer : service["layers"]) {
     printConfiguration("Layer " + layer["type"].get<std::string>(), layer["configuration"], 0);
     for (const auto &[type, configuration] : layer["extended"].items()) {
@@ -68,12 +72,12 @@ void printService(const Json &service) {
 }  // namespace
 
 void listCommand(const GlobalOptions &options) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::existing);
   printServices(options, listServices(prefs.get(), vpnServices(prefs.get())));
 }
 
 void onDemandCommand(const GlobalOptions &options) {
-  auto prefs = openStore(options);
+  auto prefs = openStore(options, Access::existing);
   auto onDemand = Ref<PVArrayRef>::adopt(JXVPNServiceCopyOnDemandSupported(prefs.get()));
   std::vector<Ref<ZNNetworkServiceRef>> services;
   for (PVIndex i = 0; i < PVArrayGetCount(onDemand.get()); ++i) {
@@ -83,8 +87,8 @@ void onDemandCommand(const GlobalOptions &options) {
   printServices(options, listServices(prefs.get(), services));
 }
 
-void showCommand(const GlobalOptions &options, const std::string &serviceArgument) {
-  auto prefs = openStore(options);
+void showCommand(const GlobalOptions &options, const ServiceArgument &serviceArgument) {
+  auto prefs = openStore(options, Access::existing);
   auto service = findService(prefs.get(), serviceArgument);
   Json json = describeService(prefs.get(), service.get());
   if (options.json) {
@@ -95,8 +99,8 @@ void showCommand(const GlobalOptions &options, const std::string &serviceArgumen
 }
 
 void dumpCommand(const GlobalOptions &options) {
-  // A fresh session is exactly the committed store.
-  auto prefs = openStore(options);
+  // A fresh session is exactly the committed store; JSON either way.
+  auto prefs = openStore(options, Access::existing);
   printJson(describeStore(prefs.get()));
 }
 

@@ -1,7 +1,6 @@
 #include "credentials.hpp"
 
-#include <algorithm>
-#include <iterator>
+#include <cctype>
 
 #include "failure.hpp"
 #include "values.hpp"
@@ -22,19 +21,31 @@ void appendData(std::vector<Ref<PVDataRef>> &references, PVTypeRef value) {
   references.push_back(Ref<PVDataRef>::retain(data));
 }
 
+// Each secret's words, and its field in the JSON output.
+struct SecretNames {
+  Secret which;
+  const char *name;
+  const char *field;
+};
+
+constexpr SecretNames kSecretNames[] = {
+    {Secret::accountPassword, "account password", "accountPassword"},
+    {Secret::proxyPassword, "proxy password", "proxyPassword"},
+    {Secret::sharedSecret, "shared secret", "sharedSecret"},
+};
+
+const SecretNames &namesOf(Secret which) {
+  for (const SecretNames &names : kSecretNames) {
+    if (names.which == which) return names;
+  }
+  return kSecretNames[0];
+}
+
 }  // namespace
 
-const char *secretName(Secret which) {
-  switch (which) {
-    case Secret::accountPassword:
-      return "account password";
-    case Secret::proxyPassword:
-      return "proxy password";
-    case Secret::sharedSecret:
-      return "shared secret";
-  }
-  return "secret";
-}
+const char *secretName(Secret which) { return namesOf(which).name; }
+
+const char *secretField(Secret which) { return namesOf(which).field; }
 
 Ref<PVStringRef> copySecret(ZNNetworkServiceRef service, Secret which) {
   if (which == Secret::sharedSecret) {
@@ -86,13 +97,15 @@ bool cofferHolds(PVDataRef persistentReference) {
 }
 
 bool isSecretKey(const std::string &key) {
-  // "SharedSecret" is also a value of the authentication method; as a key
-  // it is the IPSec secret itself.
-  static const char *const secretKeys[] = {"AuthPassword",         "XAuthPassword",
-                                           "SharedSecret",         "IPSecSharedSecret",
-                                           "ExportedSharedSecret", "IPSecSharedSecretObf",
-                                           "HTTPProxyPassword",    "_certificatePassphrase"};
-  return std::find(std::begin(secretKeys), std::end(secretKeys), key) != std::end(secretKeys);
+  // Words a secret's key holds, in any configuration the library's or a
+  // vendor's; the keys ending in "Encryption" only say where one is kept.
+  std::string lower;
+  for (char c : key) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  bool secretWord = lower.find("password") != std::string::npos ||
+                    lower.find("secret") != std::string::npos ||
+                    lower.find("passphrase") != std::string::npos;
+  bool where = lower.size() >= 10 && lower.compare(lower.size() - 10, 10, "encryption") == 0;
+  return secretWord && !where;
 }
 
 }  // namespace tarnwick

@@ -14,6 +14,8 @@ enum class Secret { accountPassword, proxyPassword, sharedSecret };
 
 // "account password", "proxy password", "shared secret".
 const char *secretName(Secret which);
+// "accountPassword", "proxyPassword", "sharedSecret": its JSON field.
+const char *secretField(Secret which);
 
 // The stored secret, or null.
 Ref<PVStringRef> copySecret(ZNNetworkServiceRef service, Secret which);
@@ -29,7 +31,8 @@ std::vector<Ref<PVDataRef>> localCertificates(ZNNetworkServiceRef service);
 bool cofferHolds(PVDataRef persistentReference);
 
 // True for a configuration key whose value is a secret in plain or in one
-// of the shared-secret encodings; such values are never printed.
+// of the shared-secret encodings ("AuthPassword", "IPSecSharedSecretObf",
+// a vendor's "Password"); such values are never printed.
 bool isSecretKey(const std::string &key);
 
 }  // namespace tarnwick

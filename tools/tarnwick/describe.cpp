@@ -1,6 +1,7 @@
 #include "describe.hpp"
 
 #include <algorithm>
+#include <functional>
 
 #include "credentials.hpp"
 
@@ -26,11 +27,6 @@ std::string selectedID(ZNNetworkSetRef set) {
 std::string currentSelectedID(ZNPreferencesRef prefs) {
   auto current = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCopyCurrent(prefs));
   return current ? selectedID(current.get()) : "";
-}
-
-std::string setLabel(ZNNetworkSetRef set) {
-  std::string name = textOf(ZNNetworkSetGetName(set));
-  return name.empty() ? textOf(ZNNetworkSetGetSetID(set)) : name;
 }
 
 Json layersJson(ZNNetworkServiceRef service) {
@@ -82,38 +78,69 @@ Json secretsJson(ZNNetworkServiceRef service) {
   bool certificateStored =
       !certificates.empty() && std::all_of(certificates.begin(), certificates.end(),
                                            [](const auto &ref) { return cofferHolds(ref.get()); });
-  return {{"accountPassword", storedOrAbsent(service, Secret::accountPassword)},
-          {"sharedSecret", storedOrAbsent(service, Secret::sharedSecret)},
-          {"proxyPassword", storedOrAbsent(service, Secret::proxyPassword)},
-          {"certificate", storedOrAbsent(certificateStored)}};
+  Json json = Json::object();
+  for (Secret which : {Secret::accountPassword, Secret::sharedSecret, Secret::proxyPassword}) {
+    json[secretField(which)] = storedOrAbsent(service, which);
+  }
+  json["certificate"] = storedOrAbsent(certificateStored);
+  return json;
+}
+
+Json setJson(ZNNetworkSetRef set) {
+  return {{"id", textOf(ZNNetworkSetGetSetID(set))}, {"name", textOf(ZNNetworkSetGetName(set))}};
 }
 
 }  // namespace
 
+ServiceSummary summarize(ZNNetworkServiceRef service) {
+  return {serviceID(service), serviceName(service), textOf(JXVPNServiceGetType(service)),
+          vendorType(service)};
+}
+
+Json summaryJson(const ServiceSummary &service) {
+  Json json = {{"id", service.id},
+               {"name", service.name},
+               {"type", service.type.empty() ? Json(nullptr) : Json(service.type)}};
+  if (!service.vendorType.empty()) json["vendorType"] = service.vendorType;
+  return json;
+}
+
 Json configurationJson(PVDictionaryRef configuration) {
   if (!configuration) return nullptr;
   Json json = jsonFromValue(configuration);
-  for (auto &[key, value] : json.items()) {
-    if (isSecretKey(key)) value = kHidden;
-  }
+  // At any depth: a vendor's configuration nests as it likes.
+  std::function<void(Json &)> hide = [&](Json &node) {
+    if (node.is_array()) {
+      for (auto &item : node) hide(item);
+    }
+    if (!node.is_object()) return;
+    for (auto &[key, value] : node.items()) {
+      if (isSecretKey(key)) {
+        value = kHidden;
+      } else {
+        hide(value);
+      }
+    }
+  };
+  hide(json);
   return json;
 }
 
 Json listServices(ZNPreferencesRef prefs, const std::vector<Ref<ZNNetworkServiceRef>> &services) {
   std::string selected = currentSelectedID(prefs);
   auto onDemand = Ref<PVArrayRef>::adopt(JXVPNServiceCopyOnDemandSupported(prefs));
+  std::vector<std::string> onDemandIDs;
+  for (PVIndex i = 0; i < PVArrayGetCount(onDemand.get()); ++i) {
+    onDemandIDs.push_back(serviceID(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)));
+  }
   Json list = Json::array();
   for (const auto &service : services) {
-    bool isOnDemand = false;
-    for (PVIndex i = 0; i < PVArrayGetCount(onDemand.get()); ++i) {
-      isOnDemand = isOnDemand || serviceID(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)) ==
-                                     serviceID(service.get());
-    }
-    list.push_back({{"id", serviceID(service.get())},
-                    {"name", serviceName(service.get())},
-                    {"type", textOf(JXVPNServiceGetType(service.get()))},
-                    {"selected", serviceID(service.get()) == selected},
-                    {"onDemand", isOnDemand}});
+    std::string id = serviceID(service.get());
+    Json json = summaryJson(summarize(service.get()));
+    json["enabled"] = ZNNetworkServiceGetEnabled(service.get()) != 0;
+    json["selected"] = id == selected;
+    json["onDemand"] = std::find(onDemandIDs.begin(), onDemandIDs.end(), id) != onDemandIDs.end();
+    list.push_back(json);
   }
   return list;
 }
@@ -121,14 +148,10 @@ Json listServices(ZNPreferencesRef prefs, const std::vector<Ref<ZNNetworkService
 Json describeService(ZNPreferencesRef prefs, ZNNetworkServiceRef service) {
   Json selectedIn = Json::array();
   for (auto &set : allSets(prefs)) {
-    if (selectedID(set.get()) == serviceID(service)) selectedIn.push_back(setLabel(set.get()));
+    if (selectedID(set.get()) == serviceID(service)) selectedIn.push_back(setJson(set.get()));
   }
-  Json json = {{"name", serviceName(service)},
-               {"id", serviceID(service)},
-               {"type", textOf(JXVPNServiceGetType(service))}};
-  if (!vendorType(service).empty()) json["vendorType"] = vendorType(service);
-  json.update(Json{{"enabled", ZNNetworkServiceGetEnabled(service) != 0},
-                   {"selectedIn", selectedIn},
+  Json json = listServices(prefs, {Ref<ZNNetworkServiceRef>::retain(service)})[0];
+  json.update(Json{{"selectedIn", selectedIn},
                    {"layers", layersJson(service)},
                    {"protocols", protocolsJson(service)},
                    {"secrets", secretsJson(service)}});
@@ -146,13 +169,12 @@ Json describeStore(ZNPreferencesRef prefs) {
       ids.push_back(serviceID(elementAt<ZNNetworkServiceRef>(members.get(), i)));
     }
     std::sort(ids.begin(), ids.end());
-    std::string id = textOf(ZNNetworkSetGetSetID(set.get()));
+    Json json = setJson(set.get());
     std::string selected = selectedID(set.get());
-    sets.push_back({{"id", id},
-                    {"name", textOf(ZNNetworkSetGetName(set.get()))},
-                    {"current", id == currentID},
-                    {"services", ids},
-                    {"selected", selected.empty() ? Json(nullptr) : Json(selected)}});
+    json.update(Json{{"current", json["id"] == currentID},
+                     {"services", ids},
+                     {"selected", selected.empty() ? Json(nullptr) : Json(selected)}});
+    sets.push_back(json);
   }
   std::sort(sets.begin(), sets.end(),
             [](const Json &a, const Json &b) { return a["id"] < b["id"]; });
@@ -161,11 +183,11 @@ Json describeStore(ZNPreferencesRef prefs) {
   Json services = Json::array();
   for (PVIndex i = 0; i < PVArrayGetCount(all.get()); ++i) {
     auto service = elementAt<ZNNetworkServiceRef>(all.get(), i);
-    services.push_back({{"id", serviceID(service)},
-                        {"name", serviceName(service)},
-                        {"enabled", ZNNetworkServiceGetEnabled(service) != 0},
-                        {"chain", layersJson(service)},
-                        {"protocols", protocolsJson(service)}});
+    Json json = summaryJson(summarize(service));
+    json.update(Json{{"enabled", ZNNetworkServiceGetEnabled(service) != 0},
+                     {"layers", layersJson(service)},
+                     {"protocols", protocolsJson(service)}});
+    services.push_back(json);
   }
   std::sort(services.begin(), services.end(),
             [](const Json &a, const Json &b) { return a["id"] < b["id"]; });

@@ -1,7 +1,9 @@
 #include "engine_report.hpp"
 
-#include <cstdio>
+#include <cctype>
+#include <functional>
 
+#include "output.hpp"
 #include "tarnwick/platform/engine.h"
 
 namespace tarnwick {
@@ -13,44 +15,66 @@ size_t number(const Json &report, const char *key) {
 
 }  // namespace
 
+Json engineJson(PVDictionaryRef report) {
+  if (!report) return Json();
+  // The engine's keys in the tool's words: "ServiceID" is "id", "UUID"
+  // "uuid", "CannotExpress" "cannotExpress".
+  std::function<Json(const Json &)> renamed = [&](const Json &node) -> Json {
+    if (node.is_array()) {
+      Json list = Json::array();
+      for (const auto &item : node) list.push_back(renamed(item));
+      return list;
+    }
+    if (!node.is_object() || isDataJson(node)) return node;
+    Json object = Json::object();
+    for (const auto &[key, value] : node.items()) {
+      std::string name = key == "ServiceID" ? "id" : key == "UUID" ? "uuid" : key;
+      name[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(name[0])));
+      object[name] = renamed(value);
+    }
+    return object;
+  };
+  return renamed(jsonFromValue(report));
+}
+
 Json takeEngineReport() {
   auto report = pv::Ref<PVDictionaryRef>::adopt(ZNEngineCopyReport());
-  return report ? jsonFromValue(report.get()) : Json();
+  return engineJson(report.get());
 }
 
 std::string engineLine(const Json &report) {
   if (report.is_null()) return "Engine: nothing applied";
-  std::string engine = report.value("Engine", "none");
+  std::string engine = report.value("engine", "none");
   std::string line = "Engine " + engine + ": ";
   if (engine == "none") {
     line += "no VPN engine; the store alone holds the change";
   } else {
-    line += std::to_string(number(report, "Added")) + " added, " +
-            std::to_string(number(report, "Updated")) + " updated, " +
-            std::to_string(number(report, "Deleted")) + " deleted, " +
-            std::to_string(number(report, "Unchanged")) + " unchanged";
-    if (size_t failed = number(report, "Failed")) {
+    line += std::to_string(number(report, "added")) + " added, " +
+            std::to_string(number(report, "updated")) + " updated, " +
+            std::to_string(number(report, "deleted")) + " deleted, " +
+            std::to_string(number(report, "unchanged")) + " unchanged";
+    if (size_t failed = number(report, "failed")) {
       line += ", " + std::to_string(failed) + " refused";
     }
-    if (size_t inexpressible = number(report, "CannotExpress")) {
+    if (size_t inexpressible = number(report, "cannotExpress")) {
       line += "; " + std::to_string(inexpressible) + " cannot be expressed";
     }
   }
-  if (report.contains("Failure")) line += "; " + report["Failure"].get<std::string>();
+  if (report.contains("failure")) line += "; " + report["failure"].get<std::string>();
   return line;
 }
 
-void printEngineLine() { std::printf("%s\n", engineLine(takeEngineReport()).c_str()); }
+void printEngineLine() { emit(shown(engineLine(takeEngineReport())) + "\n"); }
 
 bool engineFellShort(const Json &report) {
-  return !report.is_null() && report.value("Engine", "none") == "networkmanager" &&
-         (report.contains("Failure") || number(report, "Failed") > 0);
+  return !report.is_null() && report.value("engine", "none") == "networkmanager" &&
+         (report.contains("failure") || number(report, "failed") > 0);
 }
 
 std::string stateText(const Json &service) {
-  std::string state = service.value("State", "");
+  std::string state = service.value("state", "");
   for (char &c : state) c = c == '-' ? ' ' : c;
-  if (service.contains("Reason")) state += ": " + service["Reason"].get<std::string>();
+  if (service.contains("reason")) state += ": " + service["reason"].get<std::string>();
   return state;
 }
 

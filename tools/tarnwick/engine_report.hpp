@@ -8,6 +8,10 @@
 
 namespace tarnwick {
 
+// An engine report or status in the tool's vocabulary: its keys in lower
+// camel case, "ServiceID" as "id" (null for no report).
+Json engineJson(PVDictionaryRef report);
+
 // The report of what this process's applies did since it was last taken,
 // as JSON (null when nothing was applied).
 Json takeEngineReport();

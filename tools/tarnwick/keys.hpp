@@ -1,4 +1,5 @@
-// Configuration keys typed on the command line.
+// Configuration keys typed on the command line: where each goes, and the
+// kind of value it holds there.
 //
 // The library places a configuration key in its layer by identity: only the
 // exported constant objects are recognised, so a typed key is resolved to
@@ -7,18 +8,27 @@
 
 #include <string>
 
-#include "store.hpp"
+#include "commands.hpp"
 
 namespace tarnwick {
 
-struct ResolvedKey {
-  bool isProtocolKey = false;  // the protocol classifier knows it
-  PVStringRef key = nullptr;   // the constant, or `made`
-  Ref<PVStringRef> made;       // the typed text as a new string
+struct KeyPlace {
+  PVStringRef key = nullptr;  // the constant, or `made`
+  Ref<PVStringRef> made;      // the typed text as a new string
+  bool isProtocolKey = false; // placed by the protocol classifier
+  std::string type;           // the configuration or protocol type; "" when unknown
+  JXVPNValueKind kind = kJXVPNValueKindUnknown;
+  bool anyKey = false;        // a configuration whose keys are not the library's (EAP, vendor)
+  bool byType = false;        // reached through its configuration type, not the classifiers
 };
 
-// Where two constants share a text ("AuthenticationMethod" of IPSec and of
-// VPN), the service's type chooses: the VPN one for a vendor VPN service.
-ResolvedKey resolveKey(ZNNetworkServiceRef service, const std::string &text);
+// Where the key of `arguments` goes in the service: the --type or
+// --protocol given, else where the library's classifiers put it, else (as
+// the library does) the outer layer's own configuration. Where two
+// constants share a text ("AuthenticationMethod" of IPSec and of VPN), the
+// service's type chooses: the VPN one for a vendor VPN service. With
+// `strict`, a key or configuration type the library does not know is a
+// usage failure unless --force was given.
+KeyPlace placeKey(ZNNetworkServiceRef service, const PropertyArguments &arguments, bool strict);
 
 }  // namespace tarnwick

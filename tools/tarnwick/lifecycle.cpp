@@ -3,17 +3,17 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "credentials.hpp"
 #include "failure.hpp"
+#include "output.hpp"
 #include "transaction.hpp"
 
 namespace tarnwick {
 namespace {
 
-// A credential of the payload: how the extraction is asked for it, and
-// how a person sets it when the payload does not carry it.
+// A credential of the payload: how a person sets it when the payload does
+// not carry it.
 struct PayloadCredential {
   Secret which;
   const char *command;
@@ -25,31 +25,51 @@ constexpr PayloadCredential kCredentials[] = {
     {Secret::sharedSecret, "secret set"},
 };
 
-// The IPSec keys that would keep a secret in the preferences in plain (or
-// in an encoding anyone can undo), and the credential each one is.
-struct PlainSecretKey {
-  const char *key;
-  Secret which;
+// Where the shared secret's extraction looks, in its order: the first one
+// present is the one it takes.
+constexpr const char *kSharedSecretSources[] = {"IPSecSharedSecret", "SharedSecret",
+                                                "ExportedSharedSecret", "IPSecSharedSecretObf"};
+
+// The value of a credential, and the payload key it came from ("" when the
+// payload does not carry it).
+struct Extracted {
+  Ref<PVTypeRef> value;
+  bool applies = false;
+  std::string source;
 };
 
-constexpr PlainSecretKey kPlainSecretKeys[] = {
-    {"SharedSecret", Secret::sharedSecret},         {"IPSecSharedSecret", Secret::sharedSecret},
-    {"ExportedSharedSecret", Secret::sharedSecret}, {"IPSecSharedSecretObf", Secret::sharedSecret},
-    {"XAuthPassword", Secret::accountPassword},
-};
-
-Ref<PVTypeRef> extract(PVDictionaryRef payload, Secret which, Boolean &applies) {
-  PVStringRef key =
-      which == Secret::proxyPassword ? kJXVPNPropNetProxiesHTTPProxyPasswordKey : nullptr;
+Extracted extract(PVDictionaryRef payload, Secret which) {
+  Extracted extracted;
+  Boolean applies = false;
   if (which == Secret::sharedSecret) {
-    return Ref<PVTypeRef>::adopt(JXVPNCopyPayloadSharedSecret(payload, &key, &applies));
+    PVStringRef key = nullptr;
+    extracted.value = Ref<PVTypeRef>::adopt(JXVPNCopyPayloadSharedSecret(payload, &key, &applies));
+    PVTypeRef ipsec = valueFor(payload, "IPSec");
+    for (const char *source : kSharedSecretSources) {
+      if (ipsec && PVGetTypeID(ipsec) == PVDictionaryGetTypeID() &&
+          valueFor(static_cast<PVDictionaryRef>(ipsec), source)) {
+        extracted.source = std::string("IPSec.") + source;
+        break;
+      }
+    }
+  } else {
+    PVStringRef key =
+        which == Secret::proxyPassword ? kJXVPNPropNetProxiesHTTPProxyPasswordKey : nullptr;
+    extracted.value = Ref<PVTypeRef>::adopt(JXVPNCopyPayloadPassword(payload, &key, &applies));
+    if (which == Secret::proxyPassword) {
+      extracted.source = "Proxies.HTTPProxyPassword";
+    } else if (key) {
+      extracted.source = std::string(PVEqual(key, kZNPropNetPPPAuthPassword) ? "PPP." : "IPSec.") +
+                         textOf(key);
+    }
   }
-  return Ref<PVTypeRef>::adopt(JXVPNCopyPayloadPassword(payload, &key, &applies));
+  extracted.applies = applies;
+  return extracted;
 }
 
 [[noreturn]] void failInstall(const PayloadFile &payload, const std::string &what) {
   std::string error = ZNError() ? std::string(": ") + ZNErrorString(ZNError()) : "";
-  throw Failure(Exit::failure, payload.path + ": " + what + error);
+  throw Failure(Exit::failure, payload.name + ": " + what + error);
 }
 
 // The account user name goes into the configuration when the payload's
@@ -65,47 +85,60 @@ void storeUserName(ZNNetworkServiceRef service, const PayloadFile &payload) {
   }
 }
 
-// Stores each credential that applies and is present; returns which were stored.
-std::vector<Secret> storeCredentials(Transaction &transaction,
-                                     const Ref<ZNNetworkServiceRef> &service,
-                                     const PayloadFile &payload) {
-  std::vector<Secret> stored;
+// The proxy password's Coffer item is named after the service, so every
+// service of one name shares it.
+void warnOfSharedProxyPassword(ZNPreferencesRef prefs, ZNNetworkServiceRef service,
+                               Installed &installed) {
+  std::string ids;
+  for (auto &other : servicesNamed(prefs, serviceName(service))) {
+    if (serviceID(other.get()) != serviceID(service)) ids.append(" ").append(serviceID(other.get()));
+  }
+  if (ids.empty()) return;
+  installed.warnings.push_back("the proxy password is kept by service name, so the other "
+                               "services named \"" +
+                               serviceName(service) + "\" share it:" + ids);
+}
+
+// Stores each credential that applies and is present; returns the payload
+// keys whose secrets went to the Coffer.
+std::vector<std::string> storeCredentials(Transaction &transaction,
+                                          const Ref<ZNNetworkServiceRef> &service,
+                                          const PayloadFile &payload, Installed &installed) {
+  std::vector<std::string> stored;
   for (const PayloadCredential &credential : kCredentials) {
-    Boolean applies = false;
-    auto value = extract(payload.dictionary.get(), credential.which, applies);
-    if (!applies) continue;
-    if (!value || PVGetTypeID(value.get()) != PVStringGetTypeID()) {
-      std::fprintf(
-          stderr, "tarnwick: the payload carries no %s; set it with `tarnwick %s \"%s\"`\n",
-          secretName(credential.which), credential.command, serviceName(service.get()).c_str());
+    Extracted extracted = extract(payload.dictionary.get(), credential.which);
+    if (!extracted.applies) continue;
+    if (!extracted.value || PVGetTypeID(extracted.value.get()) != PVStringGetTypeID()) {
+      note("the payload carries no " + std::string(secretName(credential.which)) +
+           "; set it with `tarnwick " + credential.command + " \"" +
+           serviceName(service.get()) + "\"`");
       continue;
     }
     Secret which = credential.which;
-    transaction.onUndo([service, which] { removeSecret(service.get(), which); });
-    storeSecret(service.get(), which, static_cast<PVStringRef>(value.get()));
-    stored.push_back(which);
+    if (which == Secret::proxyPassword) {
+      warnOfSharedProxyPassword(transaction.prefs(), service.get(), installed);
+    }
+    transaction.setSecret(service, which, static_cast<PVStringRef>(extracted.value.get()));
+    stored.push_back(extracted.source);
   }
   return stored;
 }
 
 // Takes out of the IPSec configuration any secret the payload left there:
-// secrets live in the Coffer only.
-void stripPlainSecrets(ZNNetworkServiceRef service, const std::vector<Secret> &stored,
-                       const PayloadFile &payload) {
+// the library keeps some for a PPTP or vendor service, or with a
+// certificate; secrets live in the Coffer only.
+void stripIPSecSecrets(ZNNetworkServiceRef service, const PayloadFile &payload) {
   PVDictionaryRef ipsec = JXVPNServiceGetConfiguration(service, kZNEntNetIPSec);
   if (!ipsec) return;
   auto copy = Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutableCopy(ipsec));
+  PVIndex count = PVDictionaryGetCount(copy.get());
+  std::vector<PVTypeRef> keys(static_cast<size_t>(count));
+  PVDictionaryGetKeysAndValues(copy.get(), keys.data(), nullptr);
   bool changed = false;
-  for (const PlainSecretKey &plain : kPlainSecretKeys) {
-    auto key = makeString(plain.key);
-    if (!PVDictionaryContainsKey(copy.get(), key.get())) continue;
-    PVDictionaryRemoveValue(copy.get(), key.get());
+  for (PVTypeRef key : keys) {
+    if (!isSecretKey(textOf(key))) continue;
+    PVDictionaryRemoveValue(copy.get(), key);
     changed = true;
-    if (std::find(stored.begin(), stored.end(), plain.which) == stored.end()) {
-      std::fprintf(stderr,
-                   "tarnwick: \"IPSec.%s\" is not used by this configuration; it was not stored\n",
-                   plain.key);
-    }
   }
   if (changed && !JXVPNServiceSetConfiguration(service, kZNEntNetIPSec, copy.get())) {
     failInstall(payload, "cannot store the IPSec configuration");
@@ -113,24 +146,25 @@ void stripPlainSecrets(ZNNetworkServiceRef service, const std::vector<Secret> &s
 }
 
 // The identity of a "_certificateData" container must have reached the
-// Coffer; the library itself goes on without it.
-void checkIdentityImported(Transaction &transaction, ZNNetworkServiceRef service,
+// Coffer; the library itself goes on without it. True when there was one.
+bool checkIdentityImported(Transaction &transaction, ZNNetworkServiceRef service,
                            const PayloadFile &payload) {
   PVDictionaryRef dictionary = payload.dictionary.get();
   if (!valueFor(dictionary, "IPSec") || !valueFor(dictionary, "_certificateData") ||
       !valueFor(dictionary, "_certificatePassphrase")) {
-    return;
+    return false;
   }
   PVTypeRef reference =
       JXVPNServiceGetConfigurationProperty(service, kZNPropNetIPSecLocalCertificate);
   if (!reference || PVGetTypeID(reference) != PVDataGetTypeID() ||
       !cofferHolds(static_cast<PVDataRef>(reference))) {
     throw Failure(Exit::credentialStore,
-                  payload.path +
+                  payload.name +
                       ": the client identity in \"_certificateData\" could not be imported into "
                       "the Coffer (a wrong \"_certificatePassphrase\", or no PKCS #12 container)");
   }
   transaction.importedIdentity(static_cast<PVDataRef>(reference));
+  return true;
 }
 
 // "PayloadIdentifier", "PayloadUUID" and "PayloadOrganization" go into the
@@ -148,52 +182,16 @@ void recordPayloadIdentity(ZNNetworkServiceRef service, const PayloadFile &paylo
   }
 }
 
-bool isPayloadFile(const std::string &argument) {
-  struct stat status {};
-  return stat(argument.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-std::vector<Ref<ZNNetworkServiceRef>> removalTargets(ZNPreferencesRef prefs,
-                                                     const RemovalTarget &target) {
-  if (isPayloadFile(target.argument)) {
-    PayloadFile payload = readPayloadFile(target.argument);
-    if (!hasPayloadIdentity(payload.dictionary.get())) {
-      throw Failure(Exit::malformedPayload,
-                    payload.path +
-                        ": the payload has neither \"PayloadIdentifier\" nor "
-                        "\"PayloadUUID\"; remove its service by identifier or name");
-    }
-    auto matches =
-        Ref<PVArrayRef>::adopt(JXVPNServiceCopyMatching(payload.dictionary.get(), prefs));
-    std::vector<Ref<ZNNetworkServiceRef>> services;
-    for (PVIndex i = 0; i < PVArrayGetCount(matches.get()); ++i) {
-      services.push_back(
-          Ref<ZNNetworkServiceRef>::retain(elementAt<ZNNetworkServiceRef>(matches.get(), i)));
-    }
-    if (services.empty()) {
-      throw Failure(Exit::notFound,
-                    payload.path + ": no VPN service was installed from this payload");
-    }
-    return services;
-  }
-  if (target.all) {
-    auto named = servicesNamed(prefs, target.argument);
-    if (!named.empty()) return named;
-  }
-  return {findService(prefs, target.argument)};
-}
-
-}  // namespace
-
-ServiceSummary summarize(ZNNetworkServiceRef service) {
-  return {serviceID(service), serviceName(service), textOf(JXVPNServiceGetType(service)),
-          vendorType(service)};
-}
-
-Installed installPayload(ZNPreferencesRef prefs, const PayloadFile &payload) {
+// Creates one payload's service in the transaction, replacing the services
+// it installed before.
+Ref<ZNNetworkServiceRef> installOne(Transaction &transaction, const CheckedPayload &checked,
+                                    Installed &installed) {
+  ZNPreferencesRef prefs = transaction.prefs();
+  const PayloadFile &payload = checked.file;
   PVDictionaryRef dictionary = payload.dictionary.get();
-  Transaction transaction(prefs);
-  Installed installed;
+  installed.file = payload.name;
+  installed.unusedKeys = checked.findings.unusedKeys;
+  installed.warnings = checked.findings.warnings;
   // Reinstalling a payload replaces its service. Removed first, so that the
   // new service's name-keyed proxy password is not removed with the old one.
   if (hasPayloadIdentity(dictionary)) {
@@ -206,19 +204,84 @@ Installed installPayload(ZNPreferencesRef prefs, const PayloadFile &payload) {
   }
   auto service =
       Ref<ZNNetworkServiceRef>::adopt(JXVPNServiceCreateWithPayloadAtom(dictionary, prefs));
-  if (!service)
+  if (!service) {
     failInstall(payload, "the library could not create the service (see the system log)");
-  checkIdentityImported(transaction, service.get(), payload);
+  }
+  std::vector<std::string> kept = storeCredentials(transaction, service, payload, installed);
+  if (checkIdentityImported(transaction, service.get(), payload)) {
+    kept.push_back("_certificatePassphrase");
+  }
+  kept.insert(kept.end(), checked.findings.clearSecrets.begin(),
+              checked.findings.clearSecrets.end());
+  for (const std::string &secret : secretPaths(dictionary)) {
+    if (std::find(kept.begin(), kept.end(), secret) == kept.end()) {
+      installed.droppedSecrets.push_back(secret);
+    }
+  }
   storeUserName(service.get(), payload);
-  std::vector<Secret> stored = storeCredentials(transaction, service, payload);
-  stripPlainSecrets(service.get(), stored, payload);
+  stripIPSecSecrets(service.get(), payload);
   recordPayloadIdentity(service.get(), payload);
-  if (!JXVPNUpdateDefaultsAfterAddingService(service.get(), prefs)) {
-    failInstall(payload, "cannot select the new service");
+  installed.service = summarize(service.get());
+  return service;
+}
+
+bool isFile(const std::string &argument) {
+  struct stat status {};
+  return stat(argument.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+std::vector<Ref<ZNNetworkServiceRef>> payloadServices(ZNPreferencesRef prefs,
+                                                      const std::string &path) {
+  PayloadFile payload = readPayloadFile(path);
+  if (!hasPayloadIdentity(payload.dictionary.get())) {
+    throw Failure(Exit::malformedPayload,
+                  payload.name +
+                      ": the payload has neither \"PayloadIdentifier\" nor "
+                      "\"PayloadUUID\"; remove its service by identifier or name");
+  }
+  auto matches = Ref<PVArrayRef>::adopt(JXVPNServiceCopyMatching(payload.dictionary.get(), prefs));
+  std::vector<Ref<ZNNetworkServiceRef>> services;
+  for (PVIndex i = 0; i < PVArrayGetCount(matches.get()); ++i) {
+    services.push_back(
+        Ref<ZNNetworkServiceRef>::retain(elementAt<ZNNetworkServiceRef>(matches.get(), i)));
+  }
+  if (services.empty()) {
+    throw Failure(Exit::notFound, payload.name + ": no VPN service was installed from this payload");
+  }
+  return services;
+}
+
+std::vector<Ref<ZNNetworkServiceRef>> removalTargets(ZNPreferencesRef prefs,
+                                                     const RemovalTarget &target) {
+  const ServiceArgument &argument = target.service;
+  if (!argument.file.empty()) return payloadServices(prefs, argument.file);
+  // A service of that identifier or name comes first: a file that happens
+  // to bear a service's name never takes its place.
+  std::string text = argument.text();
+  if (argument.id.empty() && !text.empty()) {
+    auto named = servicesNamed(prefs, text);
+    if (target.all && !named.empty()) return named;
+    bool isService = !named.empty() || serviceWithID(prefs, text);
+    if (!isService && argument.name.empty() && isFile(text)) return payloadServices(prefs, text);
+  }
+  return {findService(prefs, argument)};
+}
+
+}  // namespace
+
+std::vector<Installed> installPayloads(ZNPreferencesRef prefs,
+                                       const std::vector<CheckedPayload> &payloads) {
+  Transaction transaction(prefs);
+  std::vector<Installed> installed(payloads.size());
+  Ref<ZNNetworkServiceRef> last;
+  for (size_t i = 0; i < payloads.size(); ++i) {
+    last = installOne(transaction, payloads[i], installed[i]);
+  }
+  // Selecting may commit by itself: it comes once everything else is done.
+  if (last && !JXVPNUpdateDefaultsAfterAddingService(last.get(), prefs)) {
+    failInstall(payloads.back().file, "cannot select the new service");
   }
   transaction.commit();
-  installed.service = summarize(service.get());
-  installed.unusedKeys = unusedPayloadKeys(dictionary);
   return installed;
 }
 

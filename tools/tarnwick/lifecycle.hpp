@@ -4,39 +4,40 @@
 #include <string>
 #include <vector>
 
+#include "describe.hpp"
 #include "payload_file.hpp"
-#include "store.hpp"
 
 namespace tarnwick {
 
-struct ServiceSummary {
-  std::string id;
-  std::string name;
-  std::string type;        // the service type
-  std::string vendorType;  // a vendor VPN's own type, else ""
-  // "L2TP", or "VPN (com.example.vpn)" for a vendor VPN.
-  std::string typeText() const {
-    return vendorType.empty() ? type : type + " (" + vendorType + ")";
-  }
+// A payload checked and ready to install.
+struct CheckedPayload {
+  PayloadFile file;
+  PayloadFindings findings;
 };
 
 struct Installed {
+  std::string file;  // the payload's name
   ServiceSummary service;
   std::vector<ServiceSummary> replaced;  // services of the same payload, removed first
   std::vector<std::string> unusedKeys;
+  std::vector<std::string> droppedSecrets;  // secrets the payload carries that nothing keeps
+  std::vector<std::string> warnings;
 };
 
-// Installs a checked payload: removes the services it installed before,
-// creates the new one, stores every credential that applies and that the
-// payload carries in the Coffer, records the payload's identity, selects
-// the service, commits and applies. Notes on credentials the payload
-// lacks go to stderr. A failure leaves the store as it was.
-Installed installPayload(ZNPreferencesRef prefs, const PayloadFile &payload);
+// Installs checked payloads in one locked change, all or none: for each,
+// removes the services it installed before, creates the new one, stores
+// every credential that applies and that the payload carries in the
+// Coffer, records the payload's identity; then selects the last service,
+// commits and applies. A failure leaves the store and the Coffer as they
+// were.
+std::vector<Installed> installPayloads(ZNPreferencesRef prefs,
+                                       const std::vector<CheckedPayload> &payloads);
 
-// What `remove` names: a payload file, a service identifier or a name
-// (several services of one name only with `all`).
+// What `remove` names: a service (SERVICE, --id, --name) or a payload file
+// (--file, or SERVICE when no service has that identifier or name); several
+// services of one name only with `all`.
 struct RemovalTarget {
-  std::string argument;
+  ServiceArgument service;
   bool all = false;
 };
 
@@ -44,7 +45,5 @@ struct RemovalTarget {
 // (when no other service names it) their client identity; reselects,
 // commits and applies.
 std::vector<ServiceSummary> removeServices(ZNPreferencesRef prefs, const RemovalTarget &target);
-
-ServiceSummary summarize(ZNNetworkServiceRef service);
 
 }  // namespace tarnwick

@@ -46,6 +46,8 @@ std::string readSecret(const std::string &prompt) {
   } else {
     std::getline(std::cin, line);
   }
+  // A line from a file written on another system ends in CR LF.
+  while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.pop_back();
   if (line.empty()) throw Failure(Exit::usage, "no secret given (" + prompt + ")");
   return line;
 }

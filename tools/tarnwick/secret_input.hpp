@@ -6,8 +6,8 @@
 
 namespace tarnwick {
 
-// One line of standard input without its newline when it is not a
-// terminal; else the answer to `prompt` on the terminal, typed with echo
+// One line of standard input without its line ending (LF or CR LF) when
+// it is not a terminal; else the answer to `prompt` on the terminal, typed with echo
 // off. An empty answer is a usage failure.
 std::string readSecret(const std::string &prompt);
 

@@ -1,8 +1,17 @@
 #include "store.hpp"
 
-#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <thread>
 
 #include "failure.hpp"
+#include "output.hpp"
 #include "values.hpp"
 
 namespace tarnwick {
@@ -13,9 +22,36 @@ std::string platformError() {
   return std::string(ZNErrorString(code)) + " (" + std::to_string(code) + ")";
 }
 
+[[noreturn]] void storeFailure(const std::string &message) {
+  throw Failure(Exit::storeUnavailable, message);
+}
+
 // Another session that commits between our open and our lock makes ours
 // stale; with nothing changed yet, re-reading and trying again is safe.
 constexpr int kStaleRetries = 64;
+
+double lockWait = -1;
+
+// Closes a directory descriptor on the way out.
+struct Directory {
+  int fd;
+  ~Directory() {
+    if (fd >= 0) ::close(fd);
+  }
+};
+
+// A lock attempt that re-reads a stale session (our copy older than the
+// store) and tries again; false when another process holds the lock.
+bool tryLock(ZNPreferencesRef prefs) {
+  for (int attempt = 0;; ++attempt) {
+    if (ZNPreferencesLock(prefs, false)) return true;
+    if (ZNError() == kZNStatusLockFailed) return false;
+    if (ZNError() != kZNStatusStale || attempt == kStaleRetries) {
+      throw Failure(Exit::lock, "cannot lock the preferences: " + platformError());
+    }
+    (void)ZNPreferencesSynchronize(prefs);  // the next attempt tells whether it helped
+  }
+}
 
 }  // namespace
 
@@ -25,32 +61,85 @@ void chooseStore(const std::string &directory) {
   ZNStoreSetDirectory(chosen.c_str());
 }
 
-Ref<ZNPreferencesRef> openPreferences(const std::string &explicitDirectory) {
-  // The platform makes the default store's directory (mode 0700, parents as
-  // needed); a directory named on the command line must exist, so that a
-  // mistyped one is not quietly made into an empty store.
-  auto prefs = Ref<ZNPreferencesRef>::adopt(
-      explicitDirectory.empty() ? ZNPreferencesCreate()
-                                : ZNPreferencesCreateWithStore(explicitDirectory.c_str()));
-  if (!prefs) {
-    throw Failure(Exit::storeUnavailable, std::string("cannot open the store ") +
-                                              ZNStoreGetDirectory() + ": " + platformError());
+void makeStoreDirectory() {
+  const std::string store = ZNStoreGetDirectory();
+  struct stat info {};
+  if (stat(store.c_str(), &info) == 0 || errno != ENOENT) return;  // the open tells what it is
+  // Walked from the root one component at a time, each opened without
+  // following a link, so that no link swapped in on the way is followed.
+  std::filesystem::path absolute = std::filesystem::absolute(store).lexically_normal();
+  Directory current{::open("/", O_DIRECTORY | O_RDONLY | O_CLOEXEC)};
+  std::filesystem::path walked = "/";
+  for (const auto &component : absolute.relative_path()) {
+    if (component.empty()) continue;
+    walked /= component;
+    const char *name = component.c_str();
+    if (mkdirat(current.fd, name, 0700) != 0 && errno != EEXIST) {
+      storeFailure("cannot make the store directory " + walked.string() + ": " +
+                   std::strerror(errno));
+    }
+    if (fstatat(current.fd, name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
+      storeFailure("cannot make the store directory " + walked.string() + ": " +
+                   std::strerror(errno));
+    }
+    if (S_ISLNK(info.st_mode)) {
+      storeFailure("will not make the store through " + walked.string() +
+                   ", a symbolic link: name the directory it points to");
+    }
+    if (!S_ISDIR(info.st_mode)) storeFailure(walked.string() + " is not a directory");
+    if (info.st_uid != 0 && info.st_uid != geteuid()) {
+      storeFailure("will not make the store through " + walked.string() +
+                   ", a directory another user owns");
+    }
+    Directory next{openat(current.fd, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC)};
+    if (next.fd < 0) {
+      storeFailure("cannot make the store directory " + walked.string() + ": " +
+                   std::strerror(errno));
+    }
+    std::swap(current.fd, next.fd);
   }
-  return prefs;
 }
 
+Ref<ZNPreferencesRef> openPreferences() {
+  const std::string store = ZNStoreGetDirectory();
+  auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreateWithStore(store.c_str()));
+  if (prefs) return prefs;
+  std::string platform = platformError();
+  struct stat info {};
+  if (stat(store.c_str(), &info) != 0) {
+    if (errno == ENOENT) storeFailure("no store at " + store + ": nothing was installed there");
+    storeFailure("cannot open the store " + store + ": " + std::strerror(errno));
+  }
+  if (!S_ISDIR(info.st_mode)) storeFailure("the store " + store + " is not a directory");
+  storeFailure("cannot open the store " + store + ": " + platform);
+}
+
+void setLockWait(double seconds) { lockWait = seconds; }
+
 void lockPreferences(ZNPreferencesRef prefs) {
-  if (ZNPreferencesLock(prefs, false)) return;
-  if (ZNError() == kZNStatusLockFailed) {
-    std::fprintf(stderr,
-                 "tarnwick: waiting for another process to release the preferences lock...\n");
+  if (tryLock(prefs)) return;
+  if (lockWait == 0) {
+    throw Failure(Exit::lock, "another process holds the preferences lock (--no-wait)");
   }
-  for (int attempt = 0;; ++attempt) {
-    if (JXVPNPreferencesLock(prefs)) return;
-    if (ZNError() != kZNStatusStale || attempt == kStaleRetries) break;
-    (void)ZNPreferencesSynchronize(prefs);  // the next attempt tells whether it helped
+  note("waiting for another process to release the preferences lock...");
+  if (lockWait < 0) {
+    for (int attempt = 0;; ++attempt) {
+      if (JXVPNPreferencesLock(prefs)) return;
+      if (ZNError() != kZNStatusStale || attempt == kStaleRetries) break;
+      (void)ZNPreferencesSynchronize(prefs);
+    }
+    throw Failure(Exit::lock, "cannot lock the preferences: " + platformError());
   }
-  throw Failure(Exit::lock, "cannot lock the preferences: " + platformError());
+  using Clock = std::chrono::steady_clock;
+  auto deadline = Clock::now() + std::chrono::duration<double>(lockWait);
+  while (Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    if (tryLock(prefs)) return;
+  }
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%g", lockWait);
+  throw Failure(Exit::lock, std::string("another process held the preferences lock for ") +
+                                seconds + " seconds; gave up");
 }
 
 std::vector<Ref<ZNNetworkServiceRef>> vpnServices(ZNPreferencesRef prefs) {
@@ -72,20 +161,42 @@ std::vector<Ref<ZNNetworkServiceRef>> servicesNamed(ZNPreferencesRef prefs,
   return named;
 }
 
-Ref<ZNNetworkServiceRef> findService(ZNPreferencesRef prefs, const std::string &idOrName) {
-  if (auto id = Ref<PVStringRef>::adopt(PVStringCreateWithCString(idOrName.c_str()))) {
-    auto byID = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs, id.get()));
-    if (byID && JXVPNServiceGetType(byID.get())) return byID;
+std::string ServiceArgument::text() const {
+  if (!id.empty()) return id;
+  if (!name.empty()) return name;
+  if (!file.empty()) return file;
+  return any;
+}
+
+Ref<ZNNetworkServiceRef> serviceWithID(ZNPreferencesRef prefs, const std::string &id) {
+  auto text = Ref<PVStringRef>::adopt(PVStringCreateWithCString(id.c_str()));
+  if (!text) return {};
+  auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCopy(prefs, text.get()));
+  return service && JXVPNServiceGetType(service.get()) ? service : Ref<ZNNetworkServiceRef>();
+}
+
+Ref<ZNNetworkServiceRef> findService(ZNPreferencesRef prefs, const ServiceArgument &argument) {
+  if (argument.text().empty()) {
+    throw Failure(Exit::usage, "name a service: SERVICE, --id ID or --name NAME");
   }
-  auto named = servicesNamed(prefs, idOrName);
+  if (argument.name.empty()) {
+    if (auto byID = serviceWithID(prefs, argument.text())) return byID;
+    if (!argument.id.empty()) {
+      throw Failure(Exit::notFound, "no VPN service has the identifier \"" + argument.id + "\"");
+    }
+  }
+  std::string name = argument.text();
+  auto named = servicesNamed(prefs, name);
   if (named.empty()) {
-    throw Failure(Exit::notFound, "no VPN service has the identifier or name \"" + idOrName + "\"");
+    throw Failure(Exit::notFound, argument.name.empty()
+                                      ? "no VPN service has the identifier or name \"" + name + "\""
+                                      : "no VPN service has the name \"" + name + "\"");
   }
   if (named.size() > 1) {
     std::string ids;
     for (auto &service : named) ids.append(" ").append(serviceID(service.get()));
     throw Failure(Exit::failure,
-                  "several VPN services are named \"" + idOrName + "\"; use an identifier:" + ids);
+                  "several VPN services are named \"" + name + "\"; use --id:" + ids);
   }
   return named.front();
 }

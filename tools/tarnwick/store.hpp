@@ -1,5 +1,6 @@
-// The store the tool works on: chosen once at start, opened as a session,
-// locked between processes, and searched for services.
+// The store the tool works on: chosen once at start, opened as a session
+// (its directory made for a change, never for a look), locked between
+// processes, and searched for services.
 #pragma once
 
 #include <string>
@@ -17,10 +18,18 @@ using Ref = pv::Ref<T>;
 // there); an empty one means the embedded default.
 void chooseStore(const std::string &directory);
 
-// A session on the chosen store, which the platform makes on first use
-// when it is the default one; "store cannot be opened" with the platform's
-// text otherwise.
-Ref<ZNPreferencesRef> openPreferences(const std::string &explicitDirectory);
+// Makes the chosen store's directory when it is missing: mode 0700, its
+// missing parents as mkdir -p would, never through a symbolic link or a
+// directory another user owns.
+void makeStoreDirectory();
+
+// A session on the chosen store. A missing store, or one that cannot be
+// opened, is "store cannot be opened" with the real cause.
+Ref<ZNPreferencesRef> openPreferences();
+
+// How long a change waits for another process's lock: < 0 as long as it
+// takes, 0 not at all.
+void setLockWait(double seconds);
 
 // Takes the preferences lock, saying on stderr when it has to wait for
 // another process. Fails with the lock's exit code.
@@ -29,9 +38,23 @@ void lockPreferences(ZNPreferencesRef prefs);
 // Every service this library handles, in the store's order.
 std::vector<Ref<ZNNetworkServiceRef>> vpnServices(ZNPreferencesRef prefs);
 
-// The VPN service with this identifier, or else the one with this name.
-// Not found, or a name held by several services, is a failure.
-Ref<ZNNetworkServiceRef> findService(ZNPreferencesRef prefs, const std::string &idOrName);
+// How the command line names a service: SERVICE (an identifier, else a
+// name), --id, --name, or (remove only) --file.
+struct ServiceArgument {
+  std::string any;
+  std::string id;
+  std::string name;
+  std::string file;
+  // The argument as given, for messages.
+  std::string text() const;
+};
+
+// The VPN service the argument names. Not found, or a name held by
+// several services, is a failure.
+Ref<ZNNetworkServiceRef> findService(ZNPreferencesRef prefs, const ServiceArgument &argument);
+
+// The VPN service with this identifier, or null.
+Ref<ZNNetworkServiceRef> serviceWithID(ZNPreferencesRef prefs, const std::string &id);
 
 // The VPN services named so (any number).
 std::vector<Ref<ZNNetworkServiceRef>> servicesNamed(ZNPreferencesRef prefs,

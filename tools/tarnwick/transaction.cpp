@@ -46,6 +46,22 @@ void Transaction::removeService(ZNNetworkServiceRef service) {
 
 void Transaction::onUndo(std::function<void()> undo) { undos_.push_back(std::move(undo)); }
 
+void Transaction::setSecret(const Ref<ZNNetworkServiceRef> &service, Secret which,
+                            PVStringRef value) {
+  onUndo([service, which, previous = copySecret(service.get(), which)] {
+    if (previous) {
+      storeSecret(service.get(), which, previous.get());
+    } else {
+      removeSecret(service.get(), which);
+    }
+  });
+  if (value) {
+    storeSecret(service.get(), which, value);
+  } else {
+    removeSecret(service.get(), which);
+  }
+}
+
 void Transaction::importedIdentity(PVDataRef persistentReference) {
   identitiesImported_.push_back(Ref<PVDataRef>::retain(persistentReference));
 }
@@ -54,11 +70,21 @@ void Transaction::commit() {
   // Selecting a service commits and applies by itself when the current
   // set's selection changes; after that the change is in the store, and
   // undoing its Coffer half would only break it.
-  bool applied = JXVPNPreferencesCommitAndApply(prefs_);
-  committed_ = applied || ZNPreferencesGetAppliedGeneration(prefs_) != appliedAtStart_;
-  std::string error = applied ? "" : platformError();
-  if (committed_) dropUnheldIdentities(identitiesOfRemoved_);
-  if (!applied) throw Failure(Exit::failure, "cannot commit the preferences: " + error);
+  bool selfCommitted = ZNPreferencesGetAppliedGeneration(prefs_) != appliedAtStart_;
+  // Commit and apply apart, so that a failed apply is never taken for a
+  // failed commit: the change is in the store then, secrets and all.
+  if (!ZNPreferencesCommitChanges(prefs_)) {
+    std::string error = platformError();
+    committed_ = selfCommitted;
+    if (committed_) dropUnheldIdentities(identitiesOfRemoved_);
+    throw Failure(Exit::failure, "cannot commit the preferences: " + error);
+  }
+  committed_ = true;
+  dropUnheldIdentities(identitiesOfRemoved_);
+  if (!ZNPreferencesApplyChanges(prefs_)) {
+    throw Failure(Exit::failure, "the change is committed, but applying it failed: " +
+                                     platformError() + "; `tarnwick apply` applies it again");
+  }
 }
 
 void Transaction::undo() {

@@ -32,12 +32,16 @@ class Transaction {
   // Runs `undo` if the transaction ends without commit, before the store
   // is re-read.
   void onUndo(std::function<void()> undo);
+  // Stores (or, with a null value, removes) one secret of the service in
+  // the Coffer; undone by putting back what the Coffer held before.
+  void setSecret(const Ref<ZNNetworkServiceRef> &service, Secret which, PVStringRef value);
   // An identity imported for this change: deleted again on undo unless a
   // service of the store names it.
   void importedIdentity(PVDataRef persistentReference);
 
   // Commits and applies; fails (leaving the undo to the destructor) when
-  // the store does not take the commit.
+  // the store does not take the commit, and fails without an undo when
+  // only the apply fails.
   void commit();
 
  private:

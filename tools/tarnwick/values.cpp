@@ -1,8 +1,11 @@
 #include "values.hpp"
 
-#include <fstream>
-#include <functional>
-#include <iterator>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "failure.hpp"
 #include "tarnwick/platform/json.h"
@@ -13,17 +16,56 @@ namespace {
 template <typename T>
 using Ref = pv::Ref<T>;
 
-// {"$file": …}: the bytes of the file, relative to the payload's directory.
+constexpr off_t kMaxFileBytes = 1 << 20;
+
+PVDataRef refuse(PVStringRef *reason, const std::string &why) {
+  *reason = PVStringCreateWithCString(why.c_str());
+  return nullptr;
+}
+
+// {"$file": …}: the bytes of a regular file of at most 1 MiB inside the
+// payload's folder (links resolved first), so that a payload from elsewhere
+// cannot pull in /etc/shadow, wait on a FIFO or read /dev/zero forever.
 PVDataRef readFile(PVStringRef name, void *context, PVStringRef *reason) {
   const auto &source = *static_cast<const JsonSource *>(context);
-  std::filesystem::path file = source.directory / PVStringGetCStringPtr(name);
-  std::ifstream in(file, std::ios::binary);
-  std::string bytes;
-  if (in) bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  if (!in || in.bad()) {
-    *reason = PVStringCreateWithCString(("cannot read the \"$file\" " + file.string()).c_str());
-    return nullptr;
+  std::filesystem::path relative = PVStringGetCStringPtr(name);
+  std::string quoted = "the \"$file\" \"" + relative.string() + "\"";
+  if (relative.is_absolute()) return refuse(reason, quoted + " is not relative to the payload");
+  std::error_code error;
+  std::filesystem::path folder = std::filesystem::canonical(source.directory, error);
+  std::filesystem::path file =
+      error ? folder : std::filesystem::canonical(source.directory / relative, error);
+  if (error) return refuse(reason, "cannot read " + quoted + ": " + error.message());
+  std::filesystem::path inside = file.lexically_relative(folder);
+  if (inside.empty() || *inside.begin() == "..") {
+    return refuse(reason, quoted + " is outside the payload's folder");
   }
+  int fd = ::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return refuse(reason, "cannot read " + quoted + ": " + std::strerror(errno));
+  struct stat info {};
+  std::string bytes;
+  std::string problem;
+  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    problem = quoted + " is not a regular file";
+  } else if (info.st_size > kMaxFileBytes) {
+    problem = quoted + " is larger than 1 MiB";
+  } else {
+    char buffer[65536];
+    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) != 0;) {
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        problem = "cannot read " + quoted + ": " + std::strerror(errno);
+        break;
+      }
+      bytes.append(buffer, static_cast<size_t>(n));
+      if (bytes.size() > static_cast<size_t>(kMaxFileBytes)) {
+        problem = quoted + " is larger than 1 MiB";
+        break;
+      }
+    }
+  }
+  ::close(fd);
+  if (!problem.empty()) return refuse(reason, problem);
   return PVDataCreate(reinterpret_cast<const uint8_t *>(bytes.data()),
                       static_cast<PVIndex>(bytes.size()));
 }
@@ -73,30 +115,30 @@ Json jsonFromValue(PVTypeRef value) {
   return textOf(description.get());
 }
 
+bool isDataJson(const Json &json) {
+  return json.is_object() && json.size() == 1 && json.contains("$data") &&
+         json["$data"].is_string();
+}
+
 std::string tableText(const Json &json) {
   if (json.is_string()) return json.get<std::string>();
-  auto isData = [](const Json &node) {
-    return node.is_object() && node.size() == 1 && node.contains("$data") &&
-           node["$data"].is_string();
-  };
-  auto size = [](const Json &node) {
+  if (json.is_null()) return "-";
+  if (isDataJson(json)) {
     // Built by appending: GCC 12 at -O3 reports a false -Wrestrict for a
     // literal prepended to a temporary string.
     std::string text("<");
-    text.append(std::to_string(dataSize(node))).append(" bytes>");
+    text.append(std::to_string(dataSize(json))).append(" bytes>");
     return text;
-  };
-  if (isData(json)) return size(json);
-  Json shortened = json;
-  std::function<void(Json &)> shorten = [&](Json &node) {
-    if (isData(node)) {
-      node = size(node);
-    } else if (node.is_structured()) {
-      for (auto &child : node) shorten(child);
-    }
-  };
-  shorten(shortened);
-  return shortened.dump();
+  }
+  if (!json.is_structured()) return json.dump();
+  if (json.empty()) return "(empty)";
+  std::string text;
+  for (const auto &[key, item] : json.items()) {
+    if (!text.empty()) text += ", ";
+    if (json.is_object()) text += key + "=";
+    text += item.is_structured() && !isDataJson(item) ? "(" + tableText(item) + ")" : tableText(item);
+  }
+  return text;
 }
 
 std::string tableText(PVTypeRef value) { return value ? tableText(jsonFromValue(value)) : ""; }

@@ -32,8 +32,12 @@ pv::Ref<PVTypeRef> valueFromJsonText(const std::string &text, const JsonSource &
 // outputs of equal values are equal text.
 Json jsonFromValue(PVTypeRef value);
 
-// The one-line text a table shows for a value: a string bare, data as
-// "<N bytes>", anything else as compact JSON (data inside it as its size).
+// True for {"$data": "<base64>"}, the JSON of a data value.
+bool isDataJson(const Json &json);
+
+// The one-line text a table shows for a value, with no JSON syntax: a
+// string bare, data as "<N bytes>", a list as its items joined by ", ",
+// a dictionary as "key=value" pairs, "(empty)" for an empty one.
 std::string tableText(const Json &json);
 std::string tableText(PVTypeRef value);
 

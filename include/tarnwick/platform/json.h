@@ -11,7 +11,8 @@
  *   data        <->  {"$data": "<base64>"}, strict base64
  *   data         <-  {"$file": "<path>"}, read by the caller's file reader
  *
- * Values nest at most 256 levels deep. Sets, platform handles, JSON null,
+ * Values nest at most 256 levels deep; an object with a key that appears
+ * twice has no property value (the path names the key). Sets, platform handles, JSON null,
  * non-finite numbers and integers beyond 64 bits have no counterpart.
  */
 #ifndef TARNWICK_PLATFORM_JSON_H
@@ -22,7 +23,7 @@
 TW_EXTERN_C_BEGIN
 
 /* Why JSON text has no property value. A syntax error has its 1-based line
- * and column, and a NULL path; a value with no property value has line and
+ * and column, and a NULL path (its reason never quotes the text); a value with no property value has line and
  * column 0 and the key path to it ("" at the top, "PPP.AuthName",
  * "list[2]"). The caller releases path and reason. */
 typedef struct PVJSONError {

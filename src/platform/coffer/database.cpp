@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <random>
@@ -57,6 +58,10 @@ sql::Database openFile(const std::string &directory) {
   if (directory.empty() || !files::makeDirectories(directory)) cannotOpen();
   std::string path = databasePath(directory);
   int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  // A Coffer the caller may only read: SQLite opens it read-only then.
+  if (fd < 0 && (errno == EACCES || errno == EROFS)) {
+    fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  }
   if (fd < 0) cannotOpen();
   ::close(fd);
   return sql::Database(path, SQLITE_OPEN_NOMUTEX);

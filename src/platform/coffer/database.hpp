@@ -15,11 +15,13 @@
 //     under FULL, fsyncs it, so no journal can come back after a power cut
 //     and roll a committed write back. (A deleted journal can: with
 //     journal_mode=DELETE SQLite syncs the directory after the unlink only
-//     under synchronous=EXTRA. Both cost the same five syncs a commit, the
-//     directory's included; TRUNCATE creates and removes no file per commit,
-//     and unlike PERSIST it leaves no old page, and so no old secret, in the
-//     journal.) No WAL: the system SQLite predates the fix for corruption
-//     when two processes reset the WAL at the same instant.
+//     under synchronous=EXTRA, which also syncs it after making the
+//     journal anew at every commit. TRUNCATE keeps the journal's entry, and
+//     the SQLite layer opens a journal that is there without "create", so a
+//     commit syncs no directory at all: the journal twice, the file, and the
+//     truncated journal. Unlike PERSIST it leaves no old page, and so no old
+//     secret, in the journal.) No WAL: the system SQLite predates the fix for
+//     corruption when two processes reset the WAL at the same instant.
 //  4. secure_delete: a deleted or replaced secret is overwritten in the
 //     file, not left in its free space. Set on every connection, whatever
 //     the SQLite build's default.

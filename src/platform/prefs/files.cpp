@@ -107,6 +107,10 @@ bool replaceFile(const std::string &directory, const std::string &name, std::str
 
 LockFile::LockFile(const std::string &path) {
   fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+  // A store the caller may only read: flock works on a read-only descriptor too.
+  if (fd_ < 0 && (errno == EACCES || errno == EROFS)) {
+    fd_ = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  }
   if (fd_ < 0) failFromErrno();
   struct stat info;
   if (fstat(fd_, &info) != 0) {

@@ -82,7 +82,8 @@ ZNPreferences *openSession(const std::string &directory) {
     fail(errno == EACCES ? kZNStatusAccessDenied : kZNStatusNoStore);
   }
   if (!S_ISDIR(info.st_mode)) fail(kZNStatusNoStore);
-  if (access(directory.c_str(), R_OK | W_OK | X_OK) != 0) fail(kZNStatusAccessDenied);
+  // A store the caller may only read opens for reading; a commit then fails.
+  if (access(directory.c_str(), R_OK | X_OK) != 0) fail(kZNStatusAccessDenied);
   zn::LockFile lock(directory + "/" + zn::kLockName);
   zn::Database db = zn::openStore(directory, lock);
   zn::Document document = zn::readSnapshot(db);

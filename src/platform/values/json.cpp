@@ -6,7 +6,10 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <optional>
+#include <set>
 #include <string_view>
+#include <vector>
 
 #include "platform/encoding/base64.hpp"
 #include "platform/guard/guarded.hpp"
@@ -253,6 +256,49 @@ std::pair<size_t, size_t> lineAndColumn(std::string_view text, size_t offset) {
 
 PVStringRef newString(const std::string &text) { return PVStringCreateWithCString(text.c_str()); }
 
+// The parser's message without its position (given apart) and without the
+// text it last read, which may be a password next to the error.
+std::string parseErrorReason(std::string what) {
+  size_t at = what.find("column ");
+  at = at == std::string::npos ? std::string::npos : what.find(": ", at);
+  if (at != std::string::npos) what = what.substr(at + 2);
+  size_t quoted = what.find("; last read: '");
+  if (quoted != std::string::npos) {
+    size_t expected = what.find("; expected ", quoted);
+    what.erase(quoted, expected == std::string::npos ? std::string::npos : expected - quoted);
+  }
+  return what;
+}
+
+// Notes the first key that appears twice in one object, with its path: the
+// parser itself keeps the last one silently.
+struct DuplicateKeys {
+  struct Object {
+    std::set<std::string> keys;
+    std::string current;
+  };
+  std::vector<Object> open;
+  std::optional<std::string> found;
+
+  nlohmann::json::parser_callback_t callback() {
+    return [this](int, nlohmann::json::parse_event_t event, nlohmann::json &parsed) {
+      using Event = nlohmann::json::parse_event_t;
+      if (event == Event::object_start) open.emplace_back();
+      if (event == Event::object_end && !open.empty()) open.pop_back();
+      if (event == Event::key && !open.empty() && !found) {
+        open.back().current = parsed.get<std::string>();
+        if (!open.back().keys.insert(open.back().current).second) found = path();
+      }
+      return true;
+    };
+  }
+  std::string path() const {
+    std::string joined;
+    for (const Object &object : open) joined += (joined.empty() ? "" : ".") + object.current;
+    return joined;
+  }
+};
+
 void reportFailure(PVJSONError *error, size_t line, size_t column, const std::string *path,
                    const std::string &reason) {
   if (!error) return;
@@ -273,16 +319,22 @@ PVTypeRef PVCreateWithJSONText(const char *text, PVIndex length, PVJSONFileReade
   return platform::guarded([&]() -> PVTypeRef {
     std::string_view source(text, static_cast<size_t>(length));
     nlohmann::json document;
+    DuplicateKeys duplicates;
     try {
-      document = nlohmann::json::parse(source);
+      document = nlohmann::json::parse(source, duplicates.callback());
     } catch (const nlohmann::json::parse_error &failure) {
       // The parser counts the bytes it read; the last one read is the culprit.
       auto [line, column] = lineAndColumn(source, failure.byte == 0 ? 0 : failure.byte - 1);
-      std::string what = failure.what();
-      size_t at = what.find("column ");
-      at = at == std::string::npos ? std::string::npos : what.find(": ", at);
-      if (at != std::string::npos) what = what.substr(at + 2);
-      reportFailure(error, line, column, nullptr, what);
+      reportFailure(error, line, column, nullptr, parseErrorReason(failure.what()));
+      return nullptr;
+    } catch (const nlohmann::json::out_of_range &) {
+      // Its message quotes the number; where it stands, it does not say.
+      std::string top;
+      reportFailure(error, 0, 0, &top, "a number beyond the range of a double");
+      return nullptr;
+    }
+    if (duplicates.found) {
+      reportFailure(error, 0, 0, &*duplicates.found, "the key appears more than once");
       return nullptr;
     }
     pv::json::Hooks hooks;

@@ -67,7 +67,8 @@ TEST_F(PreferencesOpen, StoreFilesArePrivateToTheUserInAPrivateDirectory) {
   EXPECT_GE(files, 2);  // the database and the lock file, perhaps the journal
 }
 
-TEST_F(PreferencesOpen, MissingOrUnwritableDirectoryFailsWithItsOwnCode) {
+// A store the caller may read but not write opens; a change fails to commit.
+TEST_F(PreferencesOpen, MissingDirectoryFailsAndAReadOnlyOneOpensForReading) {
   const std::string missing = storeDir() + "/missing";
   EXPECT_EQ(ZNPreferencesCreateWithStore(missing.c_str()), nullptr);
   EXPECT_EQ(ZNError(), kZNStatusNoStore);
@@ -77,8 +78,12 @@ TEST_F(PreferencesOpen, MissingOrUnwritableDirectoryFailsWithItsOwnCode) {
   if (geteuid() == 0) GTEST_SKIP() << "root bypasses directory permissions";
   ASSERT_TRUE(open());  // a store with a database
   chmod(storeDir().c_str(), 0500);
-  EXPECT_EQ(ZNPreferencesCreateWithStore(storeDir().c_str()), nullptr);
-  EXPECT_EQ(ZNError(), kZNStatusAccessDenied);
+  chmod((storeDir() + "/preferences.db").c_str(), 0400);
+  auto readOnly = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreateWithStore(storeDir().c_str()));
+  ASSERT_TRUE(readOnly);
+  auto set = Ref<ZNNetworkSetRef>::adopt(ZNNetworkSetCreate(readOnly.get()));
+  EXPECT_FALSE(ZNPreferencesCommitChanges(readOnly.get()));
+  chmod((storeDir() + "/preferences.db").c_str(), 0600);
   chmod(storeDir().c_str(), 0700);
 }
 

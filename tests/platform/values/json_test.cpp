@@ -148,6 +148,22 @@ TEST(PvJson, TextReaderSaysWhereItFailed) {
   EXPECT_FALSE(PVCreateWithJSONText(nullptr, 0, nullptr, nullptr, nullptr));
 }
 
+// The parser keeps the last of two equal keys; the reader refuses them, and
+// never quotes the text it read (a password may stand next to an error).
+TEST(PvJson, TextReaderRefusesDuplicateKeysAndQuotesNoText) {
+  EXPECT_EQ(fromText(R"({"PPP": {"AuthName": "a", "List": [{"x": 1}], "AuthName": "b"}})").second,
+            "PPP.AuthName: the key appears more than once");
+  EXPECT_EQ(fromText(R"({"a": [{"x": 1, "x": 2}]})").second, "a.x: the key appears more than once");
+  EXPECT_TRUE(fromText(R"({"a": {"x": 1}, "b": {"x": 1}, "c": [{"x": 1}, {"x": 2}]})").first);
+  EXPECT_EQ(fromText(R"({"n": 1e999})").second, ": a number beyond the range of a double");
+  for (const char *bad : {R"({"p": hunter2-secret})", "{\"p\": \"hunter2-secret\n\"}",
+                          R"({"p": "hunter2-secret\q"})"}) {
+    std::string failure = fromText(bad).second;
+    EXPECT_NE(failure, "");
+    EXPECT_EQ(failure.find("hunter2"), std::string::npos) << failure;
+  }
+}
+
 // {"$file": …} goes to the caller's reader, which may refuse with a reason;
 // without a reader it is an ordinary dictionary.
 TEST(PvJson, FileObjectsGoToTheCallersReader) {

@@ -90,8 +90,8 @@ class NetworkManagerTest : public CliTest {
   // The service of that name in the store: its identifier.
   std::string serviceID(const std::string &name) const {
     json status = nm({"--json", "status"}).json();
-    for (const auto &service : status["Services"]) {
-      if (service["Name"] == name) return service["ServiceID"];
+    for (const auto &service : status["services"]) {
+      if (service["name"] == name) return service["id"];
     }
     ADD_FAILURE() << "no service " << name;
     return "";
@@ -108,8 +108,8 @@ class NetworkManagerTest : public CliTest {
   std::map<std::string, std::string> states() const {
     std::map<std::string, std::string> states;
     json status = nm({"--json", "status"}).json();
-    for (const auto &service : status["Services"]) {
-      states[service["Name"]] = service["State"];
+    for (const auto &service : status["services"]) {
+      states[service["name"]] = service["state"];
     }
     return states;
   }
@@ -131,15 +131,15 @@ TEST_F(NetworkManagerTest, EveryExpressibleExampleBecomesItsPluginsConnection) {
     SCOPED_TRACE(example.payload);
     std::string uuid = uuidOf(example.name);
     json service;
-    for (const auto &s : status["Services"]) {
-      if (s["Name"] == example.name) service = s;
+    for (const auto &s : status["services"]) {
+      if (s["name"] == example.name) service = s;
     }
     if (!example.serviceType) {
       EXPECT_FALSE(held.contains(uuid));
-      EXPECT_EQ(service["State"], "cannot-express");
-      EXPECT_NE(service["Reason"].get<std::string>().find(example.data.get<std::string>()),
+      EXPECT_EQ(service["state"], "cannot-express");
+      EXPECT_NE(service["reason"].get<std::string>().find(example.data.get<std::string>()),
                 std::string::npos)
-          << service["Reason"];
+          << service["reason"];
       continue;
     }
     expected.insert(uuid);
@@ -150,7 +150,7 @@ TEST_F(NetworkManagerTest, EveryExpressibleExampleBecomesItsPluginsConnection) {
     EXPECT_EQ(settings["connection"]["autoconnect"], false);
     EXPECT_EQ(settings["vpn"]["service-type"], example.serviceType);
     EXPECT_EQ(held[uuid].data(), example.data);
-    EXPECT_EQ(service["State"], "in-line");
+    EXPECT_EQ(service["state"], "in-line");
   }
   std::set<std::string> all;
   for (const auto &[uuid, connection] : held) all.insert(uuid);
