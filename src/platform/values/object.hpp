@@ -104,6 +104,7 @@ struct PVString : pv::PVObject {
         constantSize(size),
         utf16Count(pv::utf16Length(std::string_view(literal, size))) {}
   PVString(std::string text, bool isMutable);
+  ~PVString() override;
 
   std::string_view text() const {
     return constant ? std::string_view(constant, constantSize) : std::string_view(owned);
@@ -116,7 +117,14 @@ struct PVString : pv::PVObject {
 
   const char *const constant = nullptr;
   const size_t constantSize = 0;
-  std::string owned;
+  // A constant's text is `constant`; any other string owns its text. A
+  // constant leaves `owned` unmade, so that it is made at compile time
+  // whatever the standard library (one whose empty string cannot be made
+  // then, under clang, included).
+  union {
+    char unused{};
+    std::string owned;
+  };
   size_t utf16Count = 0;
   bool isMutable = false;
   mutable std::atomic<size_t> cachedHash{0};
