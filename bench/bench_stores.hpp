@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "tarnwick.h"
@@ -45,30 +46,42 @@ inline Ref<PVDictionaryRef> l2tpPayload(const std::string &name) {
                      {kZNEntNetIPSec, ipsec.get()}});
 }
 
-// Adds `count` L2TP services with payload data to the session, through the
-// platform alone (the library's same-name check would make filling
-// quadratic).
-inline void addServices(ZNPreferencesRef prefs, int count) {
-  auto sets = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyAll(prefs));
-  for (int i = 0; i < count; ++i) {
-    auto l2tp = Ref<ZNNetworkInterfaceRef>::adopt(
-        ZNNetworkInterfaceCreateWithInterface(kZNNetworkInterfaceIPv4, kZNEntNetL2TP));
-    auto ppp = Ref<ZNNetworkInterfaceRef>::adopt(
-        ZNNetworkInterfaceCreateWithInterface(l2tp.get(), kZNNetworkInterfaceTypePPP));
-    auto service = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkServiceCreate(prefs, ppp.get()));
-    ZNNetworkServiceEstablishDefaultConfiguration(service.get());
-    ZNNetworkServiceAddProtocolType(service.get(), kJXVPNProtocolTypePayload);
-    std::string name = "Filler " + std::to_string(i);
-    ZNNetworkServiceSetName(service.get(), text(name).get());
-    auto payload =
-        dictionary({{kJXPayloadIdentifierKey, text("com.example.filler." + name).get()}});
-    JXVPNServiceSetProtocolConfiguration(service.get(), kJXVPNProtocolTypePayload, payload.get());
-    for (PVIndex s = 0; s < PVArrayGetCount(sets.get()); ++s) {
-      ZNNetworkSetAddService(
-          static_cast<ZNNetworkSetRef>(const_cast<void *>(PVArrayGetValueAtIndex(sets.get(), s))),
-          service.get());
+// Installs `count` L2TP services the way `tarnwick install` does, one
+// payload each ("Filler N"): the service with its payload identity, its
+// account password and shared secret in the Coffer, the last one selected.
+// Fast because it is batched: one preferences commit and one Coffer batch
+// per `batch` services, and one apply at the end. The session must hold the
+// lock. False when any step fails.
+inline bool installServices(ZNPreferencesRef prefs, int count, int batch = 500) {
+  Ref<ZNNetworkServiceRef> last;
+  for (int first = 0; first < count; first += batch) {
+    if (VltBatchBegin() != kVltSuccess) return false;
+    for (int i = first; i < count && i < first + batch; ++i) {
+      auto payload = l2tpPayload("Filler " + std::to_string(i));
+      auto service = Ref<ZNNetworkServiceRef>::adopt(
+          JXVPNServiceCreateWithPayloadAtom(payload.get(), prefs));
+      if (!service) return false;
+      PVStringRef key = nullptr;
+      Boolean applies = false;
+      auto password =
+          Ref<PVTypeRef>::adopt(JXVPNCopyPayloadPassword(payload.get(), &key, &applies));
+      PVRelease(JXVPNServiceSetPassword(service.get(), static_cast<PVStringRef>(password.get())));
+      auto secret =
+          Ref<PVTypeRef>::adopt(JXVPNCopyPayloadSharedSecret(payload.get(), &key, &applies));
+      if (!JXVPNServiceSetSharedSecret(service.get(), static_cast<PVStringRef>(secret.get())))
+        return false;
+      auto identity = dictionary(
+          {{kJXPayloadIdentifierKey, PVDictionaryGetValue(payload.get(), kJXPayloadIdentifierKey)},
+           {text("PayloadUUID").get(), PVDictionaryGetValue(payload.get(), text("PayloadUUID").get())}});
+      if (!JXVPNServiceMergeProtocolConfiguration(service.get(), kJXVPNProtocolTypePayload,
+                                                  identity.get()))
+        return false;
+      last = std::move(service);
     }
+    if (VltBatchCommit() != kVltSuccess || !ZNPreferencesCommitChanges(prefs)) return false;
   }
+  // Selects, commits and applies.
+  return !last || JXVPNUpdateDefaultsAfterAddingService(last.get(), prefs);
 }
 
 // Store directories made for the run, removed when the process ends.
@@ -79,16 +92,20 @@ struct MadeStores : std::map<int, std::string> {
   }
 };
 
-// A store directory holding `count` committed services; made on first use.
+// A store directory holding `count` services installed by installServices;
+// made on first use, and the process's store directory after that.
 inline const std::string &storeWithServices(int count) {
   static MadeStores made;
   auto found = made.find(count);
   if (found != made.end()) return found->second;
   char pattern[] = "/tmp/tarnwick-bench-XXXXXX";
   std::string directory = mkdtemp(pattern);
+  ZNStoreSetDirectory(directory.c_str());  // where the Coffer is
   auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreateWithStore(directory.c_str()));
-  addServices(prefs.get(), count);
-  ZNPreferencesCommitChanges(prefs.get());
+  if (!ZNPreferencesLock(prefs.get(), true) || !installServices(prefs.get(), count)) {
+    throw std::runtime_error(std::string("cannot fill a store: ") + ZNErrorString(ZNError()));
+  }
+  ZNPreferencesUnlock(prefs.get());
   return made.emplace(count, directory).first->second;
 }
 

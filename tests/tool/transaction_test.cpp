@@ -25,7 +25,7 @@ class ToolTransaction : public StoreTest {
     auto payload = dict({{kJXVPNTypeKey, kZNEntNetL2TP}, {"PayloadDisplayName", "Office"}});
     bool committed = true;
     {
-      Transaction transaction(prefs.get());
+      Transaction transaction(prefs.get(), Transaction::Writes::secrets);
       auto service = Ref<ZNNetworkServiceRef>::adopt(
           JXVPNServiceCreateWithPayloadAtom(payload.get(), prefs.get()));
       transaction.setSecret(service, Secret::sharedSecret, text("office-secret").get());

@@ -227,7 +227,7 @@ void setCommand(const GlobalOptions &options, const PropertyArguments &arguments
                   "set it with `tarnwick password set` or `tarnwick secret set`, which keep it in "
                   "the Coffer");
   auto prefs = openStore(options, Access::existing);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::preferences);
   auto service = findService(prefs.get(), arguments.service);
   KeyPlace place = placeKey(service.get(), arguments, true);
   auto value = convertValue(place, arguments.key, arguments.value);
@@ -245,7 +245,7 @@ void setCommand(const GlobalOptions &options, const PropertyArguments &arguments
 
 void unsetCommand(const GlobalOptions &options, const PropertyArguments &arguments) {
   auto prefs = openStore(options, Access::existing);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::preferences);
   auto service = findService(prefs.get(), arguments.service);
   KeyPlace place = placeKey(service.get(), arguments, false);
   if (!readProperty(service.get(), place, arguments)) noValue(service.get(), arguments.key);
@@ -264,7 +264,7 @@ void unsetCommand(const GlobalOptions &options, const PropertyArguments &argumen
 
 void selectCommand(const GlobalOptions &options, const ServiceArgument &serviceArgument) {
   auto prefs = openStore(options, Access::existing);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::preferences);
   auto service = findService(prefs.get(), serviceArgument);
   if (!JXVPNSetSelectedService(service.get(), prefs.get(), true)) {
     throw Failure(Exit::failure, "cannot select \"" + serviceName(service.get()) +

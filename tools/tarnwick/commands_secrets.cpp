@@ -39,7 +39,7 @@ void storeUnderLock(const GlobalOptions &options, const SecretArguments &argumen
                     const std::string &secret) {
   auto value = makeString(secret);
   auto prefs = openStore(options, Access::existing);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::secrets);
   auto service = findService(prefs.get(), arguments.service);
   if (which == Secret::sharedSecret) checkUsesSharedSecret(service.get(), arguments.force);
   transaction.setSecret(service, which, value.get());

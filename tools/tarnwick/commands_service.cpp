@@ -25,7 +25,7 @@ void report(const GlobalOptions &options, ZNNetworkServiceRef service, const std
 void enableCommand(const GlobalOptions &options, const ServiceArgument &serviceArgument,
                    bool enabled) {
   auto prefs = openStore(options, Access::existing);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::preferences);
   auto service = findService(prefs.get(), serviceArgument);
   if (!ZNNetworkServiceSetEnabled(service.get(), enabled)) {
     throw Failure(Exit::failure, std::string("cannot ") + (enabled ? "enable" : "disable") +
@@ -43,7 +43,7 @@ void renameCommand(const GlobalOptions &options, const ServiceArgument &serviceA
   if (newName.empty()) throw Failure(Exit::usage, "a service's name cannot be empty");
   auto name = makeString(newName);
   auto prefs = openStore(options, Access::existing);
-  Transaction transaction(prefs.get());
+  Transaction transaction(prefs.get(), Transaction::Writes::secrets);
   auto service = findService(prefs.get(), serviceArgument);
   std::string oldName = serviceName(service.get());
   // The proxy password's Coffer item is named after the service: it moves

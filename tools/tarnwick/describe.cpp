@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <unordered_set>
 
 #include "credentials.hpp"
 
@@ -129,9 +130,9 @@ Json configurationJson(PVDictionaryRef configuration) {
 Json listServices(ZNPreferencesRef prefs, const std::vector<Ref<ZNNetworkServiceRef>> &services) {
   std::string selected = currentSelectedID(prefs);
   auto onDemand = Ref<PVArrayRef>::adopt(JXVPNServiceCopyOnDemandSupported(prefs));
-  std::vector<std::string> onDemandIDs;
+  std::unordered_set<std::string> onDemandIDs;  // a lookup each, not a pass over all
   for (PVIndex i = 0; i < PVArrayGetCount(onDemand.get()); ++i) {
-    onDemandIDs.push_back(serviceID(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)));
+    onDemandIDs.insert(serviceID(elementAt<ZNNetworkServiceRef>(onDemand.get(), i)));
   }
   Json list = Json::array();
   for (const auto &service : services) {
@@ -139,7 +140,7 @@ Json listServices(ZNPreferencesRef prefs, const std::vector<Ref<ZNNetworkService
     Json json = summaryJson(summarize(service.get()));
     json["enabled"] = ZNNetworkServiceGetEnabled(service.get()) != 0;
     json["selected"] = id == selected;
-    json["onDemand"] = std::find(onDemandIDs.begin(), onDemandIDs.end(), id) != onDemandIDs.end();
+    json["onDemand"] = onDemandIDs.contains(id);
     list.push_back(json);
   }
   return list;

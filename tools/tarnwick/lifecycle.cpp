@@ -271,13 +271,15 @@ std::vector<Ref<ZNNetworkServiceRef>> removalTargets(ZNPreferencesRef prefs,
 
 std::vector<Installed> installPayloads(ZNPreferencesRef prefs,
                                        const std::vector<CheckedPayload> &payloads) {
-  Transaction transaction(prefs);
+  Transaction transaction(prefs, Transaction::Writes::secrets);
   std::vector<Installed> installed(payloads.size());
   Ref<ZNNetworkServiceRef> last;
   for (size_t i = 0; i < payloads.size(); ++i) {
     last = installOne(transaction, payloads[i], installed[i]);
   }
-  // Selecting may commit by itself: it comes once everything else is done.
+  // Selecting may commit by itself: it comes once everything else is done,
+  // the secrets stored first.
+  transaction.storeSecrets();
   if (last && !JXVPNUpdateDefaultsAfterAddingService(last.get(), prefs)) {
     failInstall(payloads.back().file, "cannot select the new service");
   }
@@ -286,12 +288,13 @@ std::vector<Installed> installPayloads(ZNPreferencesRef prefs,
 }
 
 std::vector<ServiceSummary> removeServices(ZNPreferencesRef prefs, const RemovalTarget &target) {
-  Transaction transaction(prefs);
+  Transaction transaction(prefs, Transaction::Writes::secrets);
   std::vector<ServiceSummary> removed;
   for (auto &service : removalTargets(prefs, target)) {
     removed.push_back(summarize(service.get()));
     transaction.removeService(service.get());
   }
+  transaction.storeSecrets();  // a new selection commits
   // False when no VPN service is left to select: nothing to do then.
   (void)JXVPNUpdateDefaultsAfterDeletingServiceInPreferences(prefs);
   transaction.commit();

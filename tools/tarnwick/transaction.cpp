@@ -14,12 +14,16 @@ std::string platformError() { return ZNErrorString(ZNError()); }
 
 }  // namespace
 
-Transaction::Transaction(ZNPreferencesRef prefs) : prefs_(prefs) {
+Transaction::Transaction(ZNPreferencesRef prefs, Writes writes) : prefs_(prefs) {
   lockPreferences(prefs_);
   appliedAtStart_ = ZNPreferencesGetAppliedGeneration(prefs_);
+  // Without a batch (a Coffer that cannot be opened now) each Coffer call
+  // goes on alone, and fails or not, as it would anyway.
+  batch_ = writes == Writes::secrets && VltBatchBegin() == kVltSuccess;
 }
 
 Transaction::~Transaction() {
+  if (batch_) (void)VltBatchCancel();  // what it had written is gone with it
   if (!committed_) {
     try {
       undo();
@@ -66,7 +70,17 @@ void Transaction::importedIdentity(PVDataRef persistentReference) {
   identitiesImported_.push_back(Ref<PVDataRef>::retain(persistentReference));
 }
 
+void Transaction::storeSecrets() {
+  if (!batch_) return;
+  batch_ = false;
+  if (VltStatus status = VltBatchCommit()) {
+    throw Failure(Exit::credentialStore,
+                  "the Coffer did not keep the secrets (status " + std::to_string(status) + ")");
+  }
+}
+
 void Transaction::commit() {
+  storeSecrets();
   // Selecting a service commits and applies by itself when the current
   // set's selection changes; after that the change is in the store, and
   // undoing its Coffer half would only break it.

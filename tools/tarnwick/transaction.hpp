@@ -7,6 +7,11 @@
 // first), re-reads the store and puts back the secrets of the services it
 // had removed. Client identities are deleted only after commit, and only
 // when no service of the store still names them: they cannot be put back.
+//
+// The Coffer writes go into one batch, made durable at once before the
+// preferences can commit (storeSecrets), so that a committed service never
+// names a secret the Coffer has not kept; a transaction that ends before
+// that cancels the batch, and its Coffer writes with it.
 #pragma once
 
 #include <functional>
@@ -18,8 +23,11 @@ namespace tarnwick {
 
 class Transaction {
  public:
+  // What the change writes: a change of secrets batches its Coffer writes;
+  // one of the preferences alone leaves the Coffer closed.
+  enum class Writes { preferences, secrets };
   // Takes the preferences lock (waiting for it when another process has it).
-  explicit Transaction(ZNPreferencesRef prefs);
+  Transaction(ZNPreferencesRef prefs, Writes writes);
   ~Transaction();
   Transaction(const Transaction &) = delete;
   Transaction &operator=(const Transaction &) = delete;
@@ -39,9 +47,13 @@ class Transaction {
   // service of the store names it.
   void importedIdentity(PVDataRef persistentReference);
 
-  // Commits and applies; fails (leaving the undo to the destructor) when
-  // the store does not take the commit, and fails without an undo when
-  // only the apply fails.
+  // Makes the Coffer writes so far durable; call it before anything that
+  // may commit the preferences. Fails when the Coffer does not keep them.
+  void storeSecrets();
+
+  // Stores the secrets, commits and applies; fails (leaving the undo to the
+  // destructor) when the store does not take the commit, and fails without
+  // an undo when only the apply fails.
   void commit();
 
  private:
@@ -56,6 +68,7 @@ class Transaction {
   ZNPreferencesRef prefs_;
   int64_t appliedAtStart_ = 0;
   bool committed_ = false;
+  bool batch_ = false;  // a Coffer batch is open
   std::vector<std::function<void()>> undos_;
   std::vector<RemovedSecrets> removed_;
   std::vector<Ref<PVDataRef>> identitiesOfRemoved_;

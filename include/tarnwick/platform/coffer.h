@@ -62,6 +62,20 @@ TW_EXPORT VltStatus VltItemUpdate(PVDictionaryRef query, PVDictionaryRef attribu
 /* Deletes every matching item; kVltValuePersistentRef names exactly one.
  * An empty query is refused (kVltErrorParam). */
 TW_EXPORT VltStatus VltItemDelete(PVDictionaryRef query) TW_NOEXCEPT;
+/* A batch: the process's Coffer writes from VltBatchBegin to VltBatchCommit
+ * go into one transaction, made durable once, at the commit. Calls inside
+ * a batch behave as they do outside it (the same results and status codes;
+ * a read sees the batch's own writes; a write that fails undoes only
+ * itself). VltBatchCancel, a commit that fails, or the end of the process
+ * before the commit leaves the Coffer as it was before the batch. The
+ * batch holds the Coffer's write lock from its begin (which waits for
+ * another process's write, as a write does) to its end, so other
+ * processes' writes wait for it: keep it short. One batch at a time per
+ * process: kVltErrorParam for a begin while one is open, and for a commit
+ * or cancel without one. */
+TW_EXPORT VltStatus VltBatchBegin(void) TW_NOEXCEPT;
+TW_EXPORT VltStatus VltBatchCommit(void) TW_NOEXCEPT;
+TW_EXPORT VltStatus VltBatchCancel(void) TW_NOEXCEPT;
 /* Decodes a container with the passphrase in options[kVltImportExportPassphrase]
  * into an array of dictionaries, one per identity, each holding
  * kVltImportItemIdentity and kVltImportItemTrust. Stores nothing.

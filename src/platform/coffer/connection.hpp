@@ -12,6 +12,13 @@
 //     with SQLite's lock state in the middle of a transaction.
 //  3. The threads of a process take turns with it, one operation at a time.
 //  4. It is closed at exit.
+//  5. While a batch is open, every write joins the batch's transaction
+//     (each as a savepoint, so that a write that fails undoes only itself)
+//     and the connection stays on the Coffer the batch began on. A batch
+//     that has not committed when the process ends is rolled back, by the
+//     close at exit or, after a crash, by the journal. A child forked
+//     during a batch cannot use the Coffer at all (guarantee 2's reason,
+//     with a transaction always under way): every operation fails.
 #pragma once
 
 #include <functional>
@@ -23,5 +30,11 @@ namespace vlt {
 // Runs `operation` on the connection, opening it first when needed (which
 // throws sql::Error when the Coffer cannot be opened).
 [[nodiscard]] VltStatus withDatabase(const std::function<VltStatus(sql::Database &)> &operation);
+
+// Opens the process's batch: kVltErrorParam when one is open already.
+[[nodiscard]] VltStatus beginBatch();
+// Commits the batch or rolls it back: kVltErrorParam when none is open,
+// kVltErrorStore when it was lost. Either way the batch is over.
+[[nodiscard]] VltStatus endBatch(bool commit);
 
 }  // namespace vlt

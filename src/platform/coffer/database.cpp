@@ -34,6 +34,14 @@ constexpr const char *kTables =
     " persistent_ref BLOB NOT NULL UNIQUE,"
     " UNIQUE (class, uniqueness));";
 
+// Passwords are found by service and account; certificates and identities
+// by their uniqueness key and every item by its persistent reference, which
+// the table's UNIQUE constraints index. A Coffer made before this index
+// gets it when first opened; its schema is otherwise the same, so the
+// version stays.
+constexpr const char *kIndexes =
+    "CREATE INDEX IF NOT EXISTS items_by_service ON items(service, account);";
+
 // SQLite's own busy handler backs off to sleeps of 100 ms, so the process
 // that has waited longest polls least often and loses the lock to every
 // newer writer, again and again. A short sleep with jitter gives every
@@ -81,7 +89,7 @@ void ensureSchema(sql::Database &db) {
     sql::Transaction transaction(db, sql::Transaction::kWrite);
     applicationId = readPragma(db, "PRAGMA application_id");
     if (applicationId == 0 && readPragma(db, "SELECT count(*) FROM sqlite_master") == 0) {
-      std::string schema = std::string(kTables) +
+      std::string schema = std::string(kTables) + kIndexes +
                            "PRAGMA application_id = " + std::to_string(kApplicationId) +
                            "; PRAGMA user_version = " + std::to_string(kSchemaVersion) + ";";
       db.execute(schema.c_str());
@@ -92,6 +100,7 @@ void ensureSchema(sql::Database &db) {
   if (applicationId != kApplicationId || readPragma(db, "PRAGMA user_version") != kSchemaVersion) {
     cannotOpen();
   }
+  db.execute(kIndexes);  // reads the schema only, once the index is there
 }
 
 }  // namespace

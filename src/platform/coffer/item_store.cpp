@@ -3,12 +3,12 @@
 // lock of ours.
 #include "platform/coffer/item_store.hpp"
 
-#include <openssl/rand.h>
-
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "platform/random/random.hpp"
 
 namespace vlt {
 
@@ -72,11 +72,17 @@ std::pair<int64_t, Item> readItem(const sql::Statement &row) {
   return {row.integer(0), std::move(item)};
 }
 
+std::string selectStatement(const Filter &filter, const char *limit) {
+  return std::string("SELECT ") + kItemColumns + " FROM items" + filter.sql + " ORDER BY id" +
+         limit;
+}
+
+std::string deleteStatement(const Filter &filter) { return "DELETE FROM items" + filter.sql; }
+
 std::vector<std::pair<int64_t, Item>> selectItems(sql::Database &db, const Query &query,
                                                   const char *limit) {
   Filter filter = filterOf(query);
-  sql::Statement statement(db, std::string("SELECT ") + kItemColumns + " FROM items" +
-                                   filter.sql + " ORDER BY id" + limit);
+  sql::Statement statement(db, selectStatement(filter, limit));
   filter.bind(statement);
   std::vector<std::pair<int64_t, Item>> rows;
   while (statement.step()) rows.push_back(readItem(statement));
@@ -99,6 +105,12 @@ void rewrite(sql::Database &db, int64_t id, const Item &item) {
 
 }  // namespace
 
+std::vector<std::string> searches(const Query &query) {
+  Filter filter = filterOf(query);
+  return {selectStatement(filter, " LIMIT 1"), selectStatement(filter, ""),
+          deleteStatement(filter)};
+}
+
 VltStatus findFirst(sql::Database &db, const Query &query, Item &item) {
   auto rows = selectItems(db, query, " LIMIT 1");
   if (rows.empty()) return kVltErrorItemNotFound;
@@ -114,7 +126,9 @@ std::vector<Item> findAll(sql::Database &db, const Query &query) {
 
 void insert(sql::Database &db, Item &item) {
   unsigned char reference[kPersistentReferenceSize];
-  if (RAND_bytes(reference, sizeof reference) != 1) throw std::runtime_error("no random bytes");
+  if (!platform::randomBytes(reference, sizeof reference)) {
+    throw std::runtime_error("no random bytes");
+  }
   item.persistentReference.assign(reinterpret_cast<char *>(reference), sizeof reference);
 
   sql::Transaction transaction(db, sql::Transaction::kWrite);
@@ -158,7 +172,7 @@ VltStatus update(sql::Database &db, const Query &query, const Changes &changes) 
 VltStatus remove(sql::Database &db, const Query &query) {
   sql::Transaction transaction(db, sql::Transaction::kWrite);
   Filter filter = filterOf(query);
-  sql::Statement statement(db, "DELETE FROM items" + filter.sql);
+  sql::Statement statement(db, deleteStatement(filter));
   filter.bind(statement);
   statement.run();
   if (db.changes() == 0) return kVltErrorItemNotFound;

@@ -1,12 +1,17 @@
 // Items in the Coffer's database: find, insert, update and delete.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "platform/coffer/database.hpp"
 #include "platform/coffer/item.hpp"
 
 namespace vlt {
+
+// Every statement that searches the items for `query` (find, update,
+// remove), so that a test can hold each one's plan to an index.
+[[nodiscard]] std::vector<std::string> searches(const Query &query);
 
 // Each throws sql::Error when the database fails; the statuses below are
 // what the items themselves make of a call.

@@ -8,7 +8,7 @@
 
 namespace engine {
 
-void applied(ZNPreferences &session, Depth depth) noexcept {
+bool applied(ZNPreferences &session, Depth depth) noexcept {
   Report report;
   try {
     // The session's copy is the committed store unless it changed since or
@@ -25,10 +25,13 @@ void applied(ZNPreferences &session, Depth depth) noexcept {
   } catch (...) {
     report.failure = "the engine could not be brought in line";
   }
+  const bool inLine = report.failure.empty() && report.count(State::outOfDate) == 0;
   try {
     recordReport(std::move(report));
   } catch (...) {
+    return false;
   }
+  return inLine;
 }
 
 }  // namespace engine

@@ -9,7 +9,7 @@ namespace engine {
 // Brings the engine in line with the store's committed services, once an
 // apply has recorded its generation, under the store's lock; the report
 // becomes the thread's last sync. Never throws: the engine never fails an
-// apply.
-void applied(ZNPreferences &session, Depth depth) noexcept;
+// apply. True when the engine is in line with the store.
+bool applied(ZNPreferences &session, Depth depth) noexcept;
 
 }  // namespace engine

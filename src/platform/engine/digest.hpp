@@ -1,4 +1,4 @@
-// Message digests through OpenSSL, for connection identifiers and for
+// Message digests (SHA-1, SHA-256), for connection identifiers and for
 // remembering what was last sent to the engine.
 #pragma once
 

@@ -12,6 +12,7 @@ namespace {
 using pv::Ref;
 
 thread_local std::optional<Report> pending;
+thread_local ReportToken recorded = 0;  // counts the reports recorded
 
 int strength(Action action) {
   switch (action) {
@@ -152,7 +153,12 @@ void recordReport(Report report) {
     report.deleted.insert(report.deleted.begin(), pending->deleted.begin(), pending->deleted.end());
   }
   pending = std::move(report);
+  ++recorded;
 }
+
+ReportToken lastRecorded() { return recorded; }
+
+bool stillPending(ReportToken token) { return pending && token == recorded; }
 
 PVDictionaryRef takeReport() {
   if (!pending) return nullptr;

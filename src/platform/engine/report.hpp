@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -50,5 +51,12 @@ void recordReport(Report report);
 // The calling thread's report, which starts afresh; null when it has not
 // synced since. Ownership: create.
 PVDictionaryRef takeReport();
+
+// Names the report the calling thread last recorded, while nobody has
+// taken it: a sync that would find everything as that report says can then
+// leave it as it is, which is what recording it again would do.
+using ReportToken = uint64_t;
+[[nodiscard]] ReportToken lastRecorded();
+[[nodiscard]] bool stillPending(ReportToken token);
 
 }  // namespace engine

@@ -41,19 +41,53 @@ struct TextHash {
   size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
 };
 
+class Arena;
+
+// A configuration dictionary of a service: made by a setter, or still in
+// the form its row stores it, decoded when first read. Reading a service's
+// types, or one of its configurations, decodes nothing else of it: that is
+// what keeps listing and matching a large store's services cheap.
+class Configuration {
+ public:
+  Configuration() = default;  // none
+  Configuration(DictionaryRef dictionary) : decoded_(std::move(dictionary)) {}
+  // The stored JSON text of a dictionary, kept in `arena`.
+  Configuration(std::string_view stored, Arena &arena) : stored_(stored), arena_(&arena) {}
+  // A copy is decoded: it may outlive the arena of the original.
+  Configuration(const Configuration &other) : decoded_(DictionaryRef::retain(other.get())) {}
+  Configuration &operator=(const Configuration &other) {
+    return *this = Configuration(DictionaryRef::retain(other.get()));
+  }
+  Configuration(Configuration &&) = default;
+  Configuration &operator=(Configuration &&) = default;
+
+  explicit operator bool() const { return decoded_ || arena_; }
+  // Null for none; throws kZNStatusCorruptStore when the stored text is no
+  // dictionary.
+  PVDictionaryRef get() const;
+  // The stored text while it is not decoded, else empty: a commit writes it
+  // back as it is.
+  std::string_view stored() const { return decoded_ ? std::string_view() : stored_; }
+
+ private:
+  mutable DictionaryRef decoded_;
+  std::string_view stored_;
+  Arena *arena_ = nullptr;  // set while there is a stored text
+};
+
 struct Layer {
   StringRef type;
-  DictionaryRef configuration;                    // null when none
-  std::map<std::string, DictionaryRef> extended;  // by entity type
+  Configuration configuration;                    // none when none
+  std::map<std::string, Configuration> extended;  // by entity type
 };
 
 struct Protocol {
   StringRef type;
-  DictionaryRef configuration;  // null when none
+  Configuration configuration;  // none when none
 };
 
 // A service's interface chain and protocols: the part of its row that is
-// decoded only when first used.
+// decoded only when first used, its configurations only when first read.
 struct ServiceBody {
   std::vector<Layer> chain;         // outermost first, never empty
   std::vector<Protocol> protocols;  // in the order they were added

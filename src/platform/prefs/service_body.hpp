@@ -1,5 +1,7 @@
 // A service's body in its row: the interface chain and the protocols as one
-// JSON text, decoded only when the session first touches the service.
+// JSON text. Its outline (types, and where each configuration is) is read
+// when the session first touches the service; each configuration when it is
+// first read.
 //
 //   {"interfaces": [{"type", "configuration", "extended": {"<entity>": {...}}}],
 //    "protocols": [{"type", "configuration"}]}
@@ -16,7 +18,8 @@
 namespace zn {
 
 // Throws kZNStatusCorruptStore when `text` is not a whole service body.
-// Type names come from `arena`.
+// Type names come from `arena`, which must keep `text` for the body's
+// configurations to decode from.
 ServiceBody decodeServiceBody(std::string_view text, Arena &arena);
 std::string encodeServiceBody(const ServiceBody &body);
 

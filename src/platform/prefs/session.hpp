@@ -40,6 +40,12 @@ struct ZNPreferences : pv::PVObject {
   // Changes whenever a service may have left the copy (a removal, a
   // synchronize): service handles look their service up again then.
   uint64_t epoch = 0;
+  // The generation this session's last apply brought the engine in line
+  // with, and the engine report that apply recorded; generation 0 for none.
+  struct {
+    int64_t generation = 0;
+    uint64_t report = 0;
+  } inLine;
 
  private:
   void releaseLayerHandles() noexcept;

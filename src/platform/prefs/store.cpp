@@ -61,6 +61,7 @@
 
 #include "platform/directory/directories.hpp"
 #include "platform/engine/apply.hpp"
+#include "platform/engine/report.hpp"
 #include "platform/prefs/handles.hpp"
 #include "platform/prefs/tables.hpp"
 
@@ -184,8 +185,21 @@ Boolean ZNPreferencesApplyChanges(ZNPreferencesRef prefs) noexcept {
   return zn::run(__func__, false, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
     zn::ScopedLock locked(session.lock);
-    zn::recordApplied(session.db);
-    engine::applied(session, engine::Depth::changes);
+    const int64_t generation = zn::storedGeneration(session.db);
+    const bool recorded = zn::recordApplied(session.db);
+    // Applied again with nothing new (a change that applied when its
+    // selection changed, then at its end): the engine is in line with this
+    // generation and its report still waits to be taken, which is all a
+    // second sync would leave behind. On a large store that sync is most
+    // of the apply's cost.
+    if (!recorded && session.inLine.generation == generation &&
+        engine::stillPending(session.inLine.report)) {
+      return true;
+    }
+    session.inLine = {};
+    if (engine::applied(session, engine::Depth::changes)) {
+      session.inLine = {generation, engine::lastRecorded()};
+    }
     return true;
   });
 }

@@ -288,6 +288,10 @@ int64_t storedGeneration(Database &db) {
 
 int64_t appliedGeneration(Database &db) { return storeColumn(db, "SELECT applied FROM store"); }
 
-void recordApplied(Database &db) { db.execute("UPDATE store SET applied = generation"); }
+bool recordApplied(Database &db) {
+  // An apply of what is applied already writes nothing, and so syncs nothing.
+  db.execute("UPDATE store SET applied = generation WHERE applied != generation");
+  return db.changes() > 0;
+}
 
 }  // namespace zn

@@ -43,7 +43,7 @@ void writeChanges(Database &db, const Document &document, int64_t generation);
 // The generation of the store now, and the one last applied.
 [[nodiscard]] int64_t storedGeneration(Database &db);
 [[nodiscard]] int64_t appliedGeneration(Database &db);
-// Records the store's generation as applied.
-void recordApplied(Database &db);
+// Records the store's generation as applied; false when it was already.
+bool recordApplied(Database &db);
 
 }  // namespace zn

@@ -1,14 +1,14 @@
 #include "platform/prefs/uuid.hpp"
 
-#include <openssl/rand.h>
-
 #include <cstdint>
+
+#include "platform/random/random.hpp"
 
 namespace pv {
 
 std::string randomUuid() {
   uint8_t bytes[16];
-  if (RAND_bytes(bytes, sizeof bytes) != 1) return {};
+  if (!platform::randomBytes(bytes, sizeof bytes)) return {};
   bytes[6] = uint8_t((bytes[6] & 0x0F) | 0x40);  // version 4
   bytes[8] = uint8_t((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
   static const char hex[] = "0123456789abcdef";

@@ -5,8 +5,8 @@
 
 namespace pv {
 
-// Lower-case "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx" from the system's
-// cryptographic generator; empty when it cannot give random bytes.
+// Lower-case "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx" from the kernel's
+// random source; empty when it cannot give random bytes.
 std::string randomUuid();
 
 }  // namespace pv

@@ -94,19 +94,34 @@ std::optional<std::string> Statement::text(int column) const {
   return std::string(bytes(column));
 }
 
-Transaction::Transaction(Database &db, Kind kind) : db_(db) {
+Transaction::Transaction(Database &db, Kind kind)
+    : db_(db), nested_(sqlite3_get_autocommit(db.get()) == 0) {
+  if (nested_) {
+    db_.execute("SAVEPOINT nested");
+    return;
+  }
   db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
   // Holding the write lock, nothing else changes the file until commit.
   if (kind == kWrite) counterAtBegin_ = changeCounter();
 }
 
 Transaction::~Transaction() {
+  if (!open_) return;
   // Nothing to report from here: a failed rollback leaves the transaction
   // to SQLite, which rolls it back when the connection closes.
-  if (open_) sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  if (nested_) {
+    sqlite3_exec(db_.get(), "ROLLBACK TO nested; RELEASE nested", nullptr, nullptr, nullptr);
+  } else {
+    sqlite3_exec(db_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  }
 }
 
 void Transaction::commit() {
+  if (nested_) {
+    db_.execute("RELEASE nested");
+    open_ = false;
+    return;
+  }
   int result = sqlite3_exec(db_.get(), "COMMIT", nullptr, nullptr, nullptr);
   if (result != SQLITE_OK && counterAtBegin_ &&
       // A read finishes SQLite's recovery: a journal still valid is rolled back.

@@ -34,7 +34,8 @@ class Database {
  public:
   // Opens an existing file for reading and writing, never creating it and
   // never following a symbolic link, through the storage layer above;
-  // `flags` adds SQLite open flags.
+  // `flags` adds SQLite open flags. A rollback journal that is there
+  // already is reused without syncing its directory again.
   explicit Database(const std::string &path, int flags = 0);
   Database(Database &&other) noexcept;
   Database &operator=(Database &&other) noexcept;
@@ -91,6 +92,10 @@ class Statement {
 // read still holds when it writes, and only it waits for other writers
 // (a reader upgrading its lock would get SQLITE_BUSY at once).
 //
+// Begun while the connection is already in a transaction, it is a
+// savepoint of that one: its commit keeps its changes for the outer
+// transaction to commit, its rollback undoes only its own.
+//
 // A commit that fails has not happened, with one exception SQLite leaves:
 // when the last step, the sync of the journal it has just truncated,
 // fails, the commit has landed (every reader sees it) although COMMIT
@@ -115,6 +120,7 @@ class Transaction {
   [[nodiscard]] int syncJournal() const;
 
   Database &db_;
+  bool nested_;
   bool open_ = true;
   bool landed_ = false;
   std::optional<uint32_t> counterAtBegin_;  // of a write transaction

@@ -82,5 +82,68 @@ TEST_F(PreferencesTables, UndecodableServiceFailsItsFirstUseAndIsNeverRewritten)
   }
 }
 
+// A configuration is decoded when first read: a damaged one fails that read
+// alone, and a commit that never read it writes it back as it was.
+TEST_F(PreferencesTables, DamagedConfigurationFailsOnlyItsOwnRead) {
+  const std::string database = storeWithOneService(storeDir());
+  const std::string body =
+      R"({"interfaces":[{"configuration":{"Broken": },"extended":{"IPSec":{"A":1}},)"
+      R"("type":"PPP"},{"type":"L2TP"},{"type":"IPv4"}],)"
+      R"("protocols":[{"configuration":{"PayloadUUID":"u"},"type":"com.velmora.payload"}]})";
+  ASSERT_EQ(runSql(database, "UPDATE services SET body = '" + body + "'"), "");
+  {
+    auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+    auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+    auto service = at<ZNNetworkServiceRef>(services.get(), 0);
+    EXPECT_EQ(chainTypes(service), "PPP/L2TP/IPv4");
+    ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service);
+    EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(outer), nullptr);
+    EXPECT_EQ(ZNError(), kZNStatusCorruptStore);
+    EXPECT_TRUE(PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("IPSec").get()),
+                        dict({{"A", Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(1))}}).get()));
+    // Renamed: the row is written again, its damaged part as it was.
+    ASSERT_TRUE(ZNNetworkServiceSetName(service, text("Renamed").get()));
+    ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
+  }
+  EXPECT_EQ(runSql(database, "SELECT body FROM services"), body);
+  EXPECT_EQ(runSql(database, "SELECT name FROM services"), "Renamed");
+}
+
+// What a commit writes for a service it decoded whole is what it read:
+// stored bodies keep one form, whichever build wrote them.
+TEST_F(PreferencesTables, ABodyDecodedWholeIsWrittenBackAsItWasRead) {
+  const std::string database = storeWithOneService(storeDir());
+  {
+    auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+    auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+    auto service = at<ZNNetworkServiceRef>(services.get(), 0);
+    ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service);
+    ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(
+        outer, dict({{"Server", "vpn.example.com"}, {"Data", bytes("\x01")}}).get()));
+    ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(
+        outer, text("IPSec").get(), dict({{"Method", "SharedSecret"}}).get()));
+    ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
+  }
+  const std::string written = runSql(database, "SELECT body FROM services");
+  EXPECT_EQ(written,
+            R"({"interfaces":[{"configuration":{"Data":{"$data":"AQ=="},)"
+            R"("Server":"vpn.example.com"},"extended":{"IPSec":{"Method":"SharedSecret"}},)"
+            R"("type":"PPP"},{"configuration":{},"type":"L2TP"},{"configuration":{},"type":"IPv4"}],)"
+            R"("protocols":[{"configuration":{},"type":"IPv4"},{"configuration":{},"type":"DNS"},)"
+            R"({"configuration":{},"type":"Proxies"}]})");
+  {
+    // Everything read, then the name changed: the same text goes back.
+    auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+    auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+    auto service = at<ZNNetworkServiceRef>(services.get(), 0);
+    ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service);
+    EXPECT_TRUE(ZNNetworkInterfaceGetConfiguration(outer));
+    EXPECT_TRUE(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("IPSec").get()));
+    ASSERT_TRUE(ZNNetworkServiceSetName(service, text("Again").get()));
+    ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
+  }
+  EXPECT_EQ(runSql(database, "SELECT body FROM services"), written);
+}
+
 }  // namespace
 }  // namespace tw::test
