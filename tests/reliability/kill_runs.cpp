@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -84,6 +86,13 @@ void KillTally::count(Fell fell) {
       ++after;
       break;
   }
+}
+
+void KillTally::expectSound() const {
+  EXPECT_EQ(torn, 0);
+  EXPECT_GT(stopped, 20);
+  EXPECT_GT(before + inside, 0);
+  EXPECT_GT(after, 0);
 }
 
 std::string KillTally::summary() const {

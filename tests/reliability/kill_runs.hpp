@@ -31,6 +31,9 @@ struct KillTally {
   int torn = 0;
   void count(Fell fell);
   std::string summary() const;
+  // Fails the test unless no kill tore the state, many fell at a step, and
+  // kills fell both before the commit point and after it.
+  void expectSound() const;
 };
 
 // A write run in a forked child: `prepare` runs first, then the child
