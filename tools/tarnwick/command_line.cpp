@@ -15,9 +15,10 @@ namespace {
 constexpr const char *kExitCodes =
     "Exit codes: 0 success, 1 any other failure, 2 usage, 3 malformed payload,\n"
     "4 not found, 5 store cannot be opened, 6 lock, 7 credential store,\n"
-    "8 the VPN engine did not take every change (apply), 10 no VPN engine or it\n"
-    "does not answer, 11 the connection failed (NetworkManager's reason is given),\n"
-    "12 no outcome within --timeout (connect, disconnect).\n"
+    "8 the VPN engine did not take every change (apply), 9 the preferences and\n"
+    "the Coffer disagree (check), 10 no VPN engine or it does not answer,\n"
+    "11 the connection failed (NetworkManager's reason is given), 12 no outcome\n"
+    "within --timeout (connect, disconnect).\n"
     "See tarnwick(1) and tarnwick-payload(5).";
 
 constexpr const char *kServiceHelp = "a service identifier, or a service name held by one service";
@@ -33,6 +34,7 @@ struct Arguments {
   ConnectionArguments connection;
   std::string newName;
   std::vector<std::string> helpTopic;
+  bool repair = false;
 };
 
 // Adds a command whose callback runs `run` once parsing has succeeded.
@@ -205,6 +207,10 @@ void defineCommands(CLI::App &app, Arguments &a) {
           [&] { applyCommand(a.global); });
   command(app, "status", "the store's generations, the VPN engine, and each service's state in it",
           [&] { statusCommand(a.global); });
+  command(app, "check",
+          "find what the preferences and the Coffer disagree on, and files killed sessions left",
+          [&] { checkCommand(a.global, a.repair); })
+      ->add_flag("--repair", a.repair, "put right what it finds");
 
   addConnectionCommand(app, "connect",
                        "connect a service through the VPN engine, and wait for the outcome", a,

@@ -76,6 +76,9 @@ void exportCommand(const GlobalOptions &options, const ExportArguments &argument
 void applyCommand(const GlobalOptions &options);
 void statusCommand(const GlobalOptions &options);
 
+// With `repair`, puts right what it finds.
+void checkCommand(const GlobalOptions &options, bool repair);
+
 struct ConnectionArguments {
   ServiceArgument service;
   double timeoutSeconds = 60;  // for the outcome

@@ -17,8 +17,8 @@ enum class Exit : int {
   storeUnavailable = 5,  // the store cannot be opened
   lock = 6,              // the preferences lock cannot be taken
   credentialStore = 7,   // the Coffer did not keep or give a credential
-  engine = 8,            // apply: the VPN engine did not take every change
-  // 9 is kept for another class of failure.
+  engine = 8,             // apply: the VPN engine did not take every change
+  disagreement = 9,       // check: the preferences and the Coffer disagree
   noEngine = 10,          // connect, disconnect, agent: no VPN engine, or it does not answer
   connectionFailed = 11,  // connect, disconnect: NetworkManager refused, or the connection failed
   timedOut = 12,          // connect, disconnect: no outcome within the time allowed

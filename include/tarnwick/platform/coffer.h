@@ -44,6 +44,12 @@ typedef const struct VltTrust *VltTrustRef;
  * when asked for. No return key yields the persistent reference. `result`
  * may be NULL to test for a match. Ownership of *result: create. */
 TW_EXPORT VltStatus VltItemCopyMatching(PVDictionaryRef query, PVTypeRef *result) TW_NOEXCEPT;
+/* Every item the query matches (an empty query matches every item), in the
+ * order they were stored: an array, empty when none matches, of one
+ * dictionary per item as VltItemCopyMatching yields it for
+ * kVltReturnAttributes = true, always with kVltValuePersistentRef, and with
+ * kVltValueData when kVltReturnData = true. Ownership of *items: create. */
+TW_EXPORT VltStatus VltItemCopyAllMatching(PVDictionaryRef query, PVArrayRef *items) TW_NOEXCEPT;
 /* Stores a new item: a generic password (kVltClass, string attributes,
  * kVltValueData) or the object under kVltValueRef. kVltAttrAccessible
  * defaults to kVltAttrAccessibleWhenUnlocked. kVltReturnPersistentRef = true
@@ -85,6 +91,11 @@ TW_EXPORT VltCertificateRef VltCertificateCreateWithData(PVDataRef der) TW_NOEXC
 TW_EXPORT PVDataRef VltCertificateCopyData(VltCertificateRef certificate) TW_NOEXCEPT;
 /* The certificate's subject as one line of text. Ownership: copy. */
 TW_EXPORT PVStringRef VltCertificateCopySubjectSummary(VltCertificateRef certificate) TW_NOEXCEPT;
+/* The DER encoding of the certificate's subject name, and of its issuer's
+ * name: a certificate's issuer name is its issuer's subject name, which is
+ * how a chain is followed. Ownership: copy. */
+TW_EXPORT PVDataRef VltCertificateCopySubjectName(VltCertificateRef certificate) TW_NOEXCEPT;
+TW_EXPORT PVDataRef VltCertificateCopyIssuerName(VltCertificateRef certificate) TW_NOEXCEPT;
 /* Ownership: copy. */
 TW_EXPORT VltStatus VltIdentityCopyCertificate(VltIdentityRef identity,
                                                VltCertificateRef *certificate) TW_NOEXCEPT;

@@ -93,6 +93,14 @@ TW_EXPORT Boolean ZNPreferencesCommitChanges(ZNPreferencesRef prefs) TW_NOEXCEPT
 TW_EXPORT Boolean ZNPreferencesApplyChanges(ZNPreferencesRef prefs) TW_NOEXCEPT;
 /* The generation of the store last applied (0 when none). */
 TW_EXPORT int64_t ZNPreferencesGetAppliedGeneration(ZNPreferencesRef prefs) TW_NOEXCEPT;
+/* The files that sessions killed while writing left in the store
+ * directory (temporary files and their journals, never the store's own
+ * files), by name, in name order; with `remove` true, removed as well.
+ * Looked for under the lock, which a session that does not hold it takes
+ * for the call, so that no file being written right now is taken for a
+ * leftover. Ownership: create. */
+TW_EXPORT PVArrayRef ZNPreferencesCopyLeftoverFiles(ZNPreferencesRef prefs,
+                                                    Boolean remove) TW_NOEXCEPT;
 
 /* ---- sets --------------------------------------------------------------- */
 

@@ -10,6 +10,15 @@
  * ZN operation sets ZNError to kZNStatusInjected, a Vlt operation returns
  * kVltErrorInjected.
  *
+ * SQLite's changes to the store's and the Coffer's files count too, under
+ * "storage.write", "storage.sync", "storage.truncate" and "storage.delete"
+ * (all work, the platform's own included), and so does "storage.resync",
+ * the journal synced again after a commit whose last sync failed; one made
+ * to fail is an I/O error at that moment.
+ *
+ * Any of these calls can instead stop the process (SIGSTOP) when it is
+ * reached, so that a test can kill it at that exact moment.
+ *
  * A test can also capture every log message and every notification posted,
  * in order, from the moment it starts the capture until the next reset.
  */
@@ -24,6 +33,9 @@ TW_EXTERN_C_BEGIN
 void PTReset(void) TW_NOEXCEPT;
 /* The `nth` call (1 = the next one) of `operation` from now on fails, once. */
 void PTFailNthCall(const char *operation, long nth) TW_NOEXCEPT;
+/* The `nth` call of `operation` from now on stops the process before it
+ * does anything, once; continued, it goes on. */
+void PTStopAtNthCall(const char *operation, long nth) TW_NOEXCEPT;
 /* Calls of `operation` since the last reset. */
 long PTCallCount(const char *operation) TW_NOEXCEPT;
 /* Calls of every Vlt operation that writes (add, update, delete). */

@@ -89,9 +89,7 @@ void ensureSchema(sql::Database &db) {
     sql::Transaction transaction(db, sql::Transaction::kWrite);
     applicationId = readPragma(db, "PRAGMA application_id");
     if (applicationId == 0 && readPragma(db, "SELECT count(*) FROM sqlite_master") == 0) {
-      // The journal mode is chosen once, here: a rollback journal is also
-      // what every later connection gets by default.
-      std::string schema = "PRAGMA journal_mode = DELETE;" + std::string(kTables) + kIndexes +
+      std::string schema = std::string(kTables) + kIndexes +
                            "PRAGMA application_id = " + std::to_string(kApplicationId) +
                            "; PRAGMA user_version = " + std::to_string(kSchemaVersion) + ";";
       db.execute(schema.c_str());
@@ -125,7 +123,9 @@ std::string databasePath(const std::string &directory) { return directory + "/co
 
 Database::Database(const std::string &directory) : db_(openFile(directory)) {
   sqlite3_busy_handler(db_.get(), waitBriefly, &waitingSince_);
-  db_.execute("PRAGMA synchronous = FULL");
+  // Per connection: a rollback journal's mode is not kept in the file.
+  db_.execute(
+      "PRAGMA synchronous = FULL; PRAGMA journal_mode = TRUNCATE; PRAGMA secure_delete = ON");
   ensureSchema(db_);
 }
 

@@ -9,11 +9,23 @@
 //     under a write lock, so two processes opening a new store at once
 //     cannot both create it. Any other database without our application id
 //     is refused.
-//  3. Rollback journal and synchronous=FULL: once a call returns, its change
-//     is on disk, and a crash at any point leaves the old or the new state.
-//     (No WAL: the system SQLite predates the fix for corruption when two
-//     processes reset the WAL at the same instant.)
-//  4. Every write is a transaction begun with BEGIN IMMEDIATE. A statement
+//  3. Once a call returns, its change is on disk, and a crash at any point
+//     leaves the old or the new state: a rollback journal in TRUNCATE mode
+//     with synchronous=FULL. At commit SQLite truncates the journal and,
+//     under FULL, fsyncs it, so no journal can come back after a power cut
+//     and roll a committed write back. (A deleted journal can: with
+//     journal_mode=DELETE SQLite syncs the directory after the unlink only
+//     under synchronous=EXTRA, which also syncs it after making the
+//     journal anew at every commit. TRUNCATE keeps the journal's entry, and
+//     the SQLite layer opens a journal that is there without "create", so a
+//     commit syncs no directory at all: the journal twice, the file, and the
+//     truncated journal. Unlike PERSIST it leaves no old page, and so no old
+//     secret, in the journal.) No WAL: the system SQLite predates the fix for
+//     corruption when two processes reset the WAL at the same instant.
+//  4. secure_delete: a deleted or replaced secret is overwritten in the
+//     file, not left in its free space. Set on every connection, whatever
+//     the SQLite build's default.
+//  5. Every write is a transaction begun with BEGIN IMMEDIATE. A statement
 //     that starts reading and must then upgrade its lock gets SQLITE_BUSY at
 //     once when another process is writing (waiting could deadlock), so
 //     only a transaction that asks for the write lock first waits for other

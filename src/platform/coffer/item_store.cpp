@@ -118,6 +118,12 @@ VltStatus findFirst(sql::Database &db, const Query &query, Item &item) {
   return kVltSuccess;
 }
 
+std::vector<Item> findAll(sql::Database &db, const Query &query) {
+  std::vector<Item> items;
+  for (auto &row : selectItems(db, query, "")) items.push_back(std::move(row.second));
+  return items;
+}
+
 void insert(sql::Database &db, Item &item) {
   unsigned char reference[kPersistentReferenceSize];
   if (!platform::randomBytes(reference, sizeof reference)) {

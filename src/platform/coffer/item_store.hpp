@@ -19,6 +19,8 @@ namespace vlt {
 // The first item the query matches, in the order items were stored;
 // kVltErrorItemNotFound when none does.
 [[nodiscard]] VltStatus findFirst(sql::Database &db, const Query &query, Item &item);
+// Every item the query matches, in the order items were stored.
+[[nodiscard]] std::vector<Item> findAll(sql::Database &db, const Query &query);
 // Stores the item with a new persistent reference (written into the item);
 // a duplicate of a stored item fails with SQLITE_CONSTRAINT_UNIQUE.
 void insert(sql::Database &db, Item &item);

@@ -138,6 +138,22 @@ PVStringRef VltCertificateCopySubjectSummary(VltCertificateRef certificate) noex
       [&] { return PVStringCreateWithCString(vlt::subjectSummary(*certificate).c_str()); });
 }
 
+PVDataRef VltCertificateCopySubjectName(VltCertificateRef certificate) noexcept {
+  if (pt::enter("VltCertificateCopySubjectName", pt::Family::Coffer) || !certificate) {
+    return nullptr;
+  }
+  return PVDataCreate(reinterpret_cast<const uint8_t *>(certificate->subjectName.data()),
+                      static_cast<PVIndex>(certificate->subjectName.size()));
+}
+
+PVDataRef VltCertificateCopyIssuerName(VltCertificateRef certificate) noexcept {
+  if (pt::enter("VltCertificateCopyIssuerName", pt::Family::Coffer) || !certificate) {
+    return nullptr;
+  }
+  return PVDataCreate(reinterpret_cast<const uint8_t *>(certificate->issuerName.data()),
+                      static_cast<PVIndex>(certificate->issuerName.size()));
+}
+
 VltStatus VltIdentityCopyCertificate(VltIdentityRef identity,
                                      VltCertificateRef *certificate) noexcept {
   if (pt::enter("VltIdentityCopyCertificate", pt::Family::Coffer)) return kVltErrorInjected;

@@ -5,6 +5,7 @@
 #include "platform/coffer/dictionary.hpp"
 #include "platform/coffer/item_store.hpp"
 #include "platform/coffer/run.hpp"
+#include "tarnwick/platform/ref.hpp"
 
 namespace {
 
@@ -27,6 +28,34 @@ VltStatus VltItemCopyMatching(PVDictionaryRef query, PVTypeRef *result) noexcept
     if (status || !result) return status;
     *result = vlt::createResult(item, parsed);
     return *result ? kVltSuccess : kVltErrorStore;
+  });
+}
+
+VltStatus VltItemCopyAllMatching(PVDictionaryRef query, PVArrayRef *items) noexcept {
+  return vlt::run("VltItemCopyAllMatching", pt::Family::Coffer, [&]() -> VltStatus {
+    if (!items) return kVltErrorParam;
+    *items = nullptr;
+    vlt::Query parsed;
+    std::vector<vlt::Item> found;
+    VltStatus status = vlt::parseQuery(query, true, parsed);
+    if (!status) {
+      status = vlt::withDatabase([&](sql::Database &db) {
+        found = vlt::findAll(db, parsed);
+        return kVltSuccess;
+      });
+    }
+    if (status) return status;
+    parsed.returnAttributes = true;
+    parsed.returnPersistentReference = true;
+    auto array = pv::Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());
+    if (!array) return kVltErrorStore;
+    for (const vlt::Item &item : found) {
+      auto dictionary = pv::Ref<PVTypeRef>::adopt(vlt::createResult(item, parsed));
+      if (!dictionary) return kVltErrorStore;
+      PVArrayAppendValue(array.get(), dictionary.get());
+    }
+    *items = array.release();
+    return kVltSuccess;
   });
 }
 

@@ -14,10 +14,12 @@ using sql::Database;
 using sql::Statement;
 using sql::Transaction;
 
-// Opens an existing database file with the store's durability settings:
-// rollback journal (truncated, not deleted, after each commit) and
-// synchronous=FULL, and a busy timeout for readers that meet another
-// process's commit.
+// Opens an existing database file with the store's durability settings, the
+// Coffer's (coffer/database.hpp says why): a rollback journal truncated and,
+// under synchronous=FULL, fsynced at each commit, so that a commit is on
+// disk when it returns and no journal comes back after a power cut to roll
+// it back; and a busy timeout for readers that meet another process's
+// commit. The store holds no secret, so it does without secure_delete.
 [[nodiscard]] Database openDatabase(const std::string &path);
 
 // The ZNError status for a SQLite failure. A statement that does not

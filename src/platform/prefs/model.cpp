@@ -74,6 +74,7 @@ std::string Service::encodedBody() const {
 
 std::string_view Arena::keep(std::string_view bytes) {
   constexpr size_t kBlockSize = 256 * 1024;
+  if (bytes.empty()) return {};  // there may be no block yet to point into
   if (capacity_ - used_ < bytes.size()) {
     capacity_ = std::max(kBlockSize, bytes.size());
     blocks_.emplace_back(new char[capacity_]);  // left uninitialised: every byte is copied over

@@ -171,7 +171,14 @@ Boolean ZNPreferencesCommitChanges(ZNPreferencesRef prefs) noexcept {
     if (!session.document.modified()) return true;
     if (generation == std::numeric_limits<int64_t>::max()) fail(kZNStatusFailed);
     zn::writeChanges(session.db, session.document, generation + 1);
-    write.commit();
+    try {
+      write.commit();
+    } catch (...) {
+      // In the store but perhaps not durable: the session holds what the
+      // store holds, and is not stale; the failure is still reported.
+      if (write.landed()) session.document.committed(generation + 1);
+      throw;
+    }
     session.document.committed(generation + 1);
     checkInvariants(session);
     return true;

@@ -130,7 +130,8 @@ void readServices(Database &db, Document &document) {
     const int64_t enabled = integerAt(row, 3);
     if (enabled != 0 && enabled != 1) corrupt();
     const int bodyType = row.type(4);
-    if (bodyType != SQLITE_BLOB && bodyType != SQLITE_TEXT) corrupt();
+    // Every body a commit writes is a JSON object: an empty one was never ours.
+    if ((bodyType != SQLITE_BLOB && bodyType != SQLITE_TEXT) || row.bytes(4).empty()) corrupt();
     std::string key(text(id.get()));
     Service service(std::move(id), optionalString(row, 2), enabled == 1,
                     document.arena->keep(row.bytes(4)), *document.arena);

@@ -1,44 +1,15 @@
 // SQLite connections, statements and transactions, every result checked.
 #include "platform/sqlite/sqlite.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <utility>
 
+#include "platform/testing/fault.hpp"
+
 namespace sql {
-namespace {
-
-// The system's VFS, with one difference. SQLite opens a rollback journal
-// with "create" every time, and syncs the directory after a journal it
-// opened so, in case the entry is new. A truncated or persisted journal's
-// entry is not: it was synced when the journal was first made. Opened
-// without "create" when it is there already, it costs no directory sync.
-sqlite3_vfs *systemVfs = nullptr;
-
-int openFile(sqlite3_vfs *, const char *name, sqlite3_file *file, int flags, int *outFlags) {
-  constexpr int kCreate = SQLITE_OPEN_CREATE;
-  if (name && (flags & SQLITE_OPEN_MAIN_JOURNAL) && (flags & kCreate) &&
-      !(flags & SQLITE_OPEN_EXCLUSIVE)) {
-    if (systemVfs->xOpen(systemVfs, name, file, flags & ~kCreate, outFlags) == SQLITE_OK) {
-      return SQLITE_OK;
-    }
-  }
-  return systemVfs->xOpen(systemVfs, name, file, flags, outFlags);
-}
-
-const char *vfsName() {
-  static const char *const name = [] {
-    static sqlite3_vfs vfs;
-    systemVfs = sqlite3_vfs_find(nullptr);
-    vfs = *systemVfs;
-    vfs.zName = "tarnwick";
-    vfs.pNext = nullptr;
-    vfs.xOpen = openFile;
-    check(sqlite3_vfs_register(&vfs, 0));
-    return vfs.zName;
-  }();
-  return name;
-}
-
-}  // namespace
 
 void check(int result, bool preparing) {
   if (result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return;
@@ -47,7 +18,7 @@ void check(int result, bool preparing) {
 
 Database::Database(const std::string &path, int flags) {
   int result = sqlite3_open_v2(path.c_str(), &db_,
-                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | flags, vfsName());
+                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | flags, storageVfs());
   if (result != SQLITE_OK) {
     sqlite3_close_v2(std::exchange(db_, nullptr));
     check(result);
@@ -127,9 +98,11 @@ Transaction::Transaction(Database &db, Kind kind)
     : db_(db), nested_(sqlite3_get_autocommit(db.get()) == 0) {
   if (nested_) {
     db_.execute("SAVEPOINT nested");
-  } else {
-    db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+    return;
   }
+  db_.execute(kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+  // Holding the write lock, nothing else changes the file until commit.
+  if (kind == kWrite) counterAtBegin_ = changeCounter();
 }
 
 Transaction::~Transaction() {
@@ -144,8 +117,44 @@ Transaction::~Transaction() {
 }
 
 void Transaction::commit() {
-  db_.execute(nested_ ? "RELEASE nested" : "COMMIT");
+  if (nested_) {
+    db_.execute("RELEASE nested");
+    open_ = false;
+    return;
+  }
+  int result = sqlite3_exec(db_.get(), "COMMIT", nullptr, nullptr, nullptr);
+  if (result != SQLITE_OK && counterAtBegin_ &&
+      // A read finishes SQLite's recovery: a journal still valid is rolled back.
+      sqlite3_exec(db_.get(), "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr) ==
+          SQLITE_OK) {
+    std::optional<uint32_t> counter = changeCounter();
+    landed_ = counter && *counter != *counterAtBegin_;
+    if (landed_) result = syncJournal();
+  }
+  check(result);
   open_ = false;
+}
+
+std::optional<uint32_t> Transaction::changeCounter() const {
+  sqlite3_file *file = nullptr;
+  unsigned char bytes[4];
+  if (sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+      !file || !file->pMethods ||
+      file->pMethods->xRead(file, bytes, sizeof bytes, 24) != SQLITE_OK) {
+    return std::nullopt;
+  }
+  return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+int Transaction::syncJournal() const {
+  // A fault point like the storage layer's (storage_points.cpp).
+  if (pt::enter("storage.resync")) return SQLITE_IOERR_FSYNC;
+  std::string journal = std::string(sqlite3_db_filename(db_.get(), "main")) + "-journal";
+  int fd = ::open(journal.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) return errno == ENOENT ? SQLITE_OK : SQLITE_IOERR_FSYNC;
+  int result = ::fsync(fd) == 0 ? SQLITE_OK : SQLITE_IOERR_FSYNC;
+  ::close(fd);
+  return result;
 }
 
 }  // namespace sql

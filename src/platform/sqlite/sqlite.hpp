@@ -23,13 +23,19 @@ struct Error {
 // Throws the Error for a result other than SQLITE_OK, SQLITE_ROW or SQLITE_DONE.
 void check(int result, bool preparing = false);
 
+// The file system layer every connection opens its files through: the
+// system's, with the testing interface's "storage.…" fault points in front
+// (storage_points.cpp). Registered on first use; null if it cannot be.
+inline constexpr char kStorageVfs[] = "tarnwick-storage";
+const char *storageVfs();
+
 // A connection that closes with its owner.
 class Database {
  public:
   // Opens an existing file for reading and writing, never creating it and
-  // never following a symbolic link; `flags` adds SQLite open flags. A
-  // rollback journal that is there already is reused without syncing its
-  // directory again.
+  // never following a symbolic link, through the storage layer above;
+  // `flags` adds SQLite open flags. A rollback journal that is there
+  // already is reused without syncing its directory again.
   explicit Database(const std::string &path, int flags = 0);
   Database(Database &&other) noexcept;
   Database &operator=(Database &&other) noexcept;
@@ -89,6 +95,13 @@ class Statement {
 // Begun while the connection is already in a transaction, it is a
 // savepoint of that one: its commit keeps its changes for the outer
 // transaction to commit, its rollback undoes only its own.
+//
+// A commit that fails has not happened, with one exception SQLite leaves:
+// when the last step, the sync of the journal it has just truncated,
+// fails, the commit has landed (every reader sees it) although COMMIT
+// reports the error. The journal is then synced again: if that works the
+// commit succeeded; if not, commit() throws and landed() says it is in
+// the file, not that it will survive a power cut.
 class Transaction {
  public:
   enum Kind { kRead, kWrite };
@@ -97,11 +110,20 @@ class Transaction {
   Transaction(const Transaction &) = delete;
   Transaction &operator=(const Transaction &) = delete;
   void commit();
+  // After a failed commit() of a write: the database file holds it.
+  [[nodiscard]] bool landed() const { return landed_; }
 
  private:
+  // The database file's change counter as the file holds it: the commit
+  // of a write transaction advances it.
+  [[nodiscard]] std::optional<uint32_t> changeCounter() const;
+  [[nodiscard]] int syncJournal() const;
+
   Database &db_;
   bool nested_;
   bool open_ = true;
+  bool landed_ = false;
+  std::optional<uint32_t> counterAtBegin_;  // of a write transaction
 };
 
 }  // namespace sql

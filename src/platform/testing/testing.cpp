@@ -1,6 +1,8 @@
 // Call counts, planned failures and captures for the testing interface.
 #include "tarnwick/platform/testing.h"
 
+#include <signal.h>
+
 #include <atomic>
 #include <deque>
 #include <map>
@@ -15,11 +17,19 @@
 
 namespace {
 
-// One operation's calls and the call number planned to fail (0: none).
+// One operation's calls, and the call numbers planned to fail and to stop
+// the process (0: none).
 struct Counter {
   std::atomic<long> calls{0};
   std::atomic<long> failAt{0};
+  std::atomic<long> stopAt{0};
 };
+
+// True for the one call that claims the plan `at`.
+bool claims(std::atomic<long> &at, long call) {
+  long planned = at.load(std::memory_order_relaxed);
+  return planned == call && at.compare_exchange_strong(planned, 0);
+}
 
 struct State {
   std::mutex mutex;
@@ -80,9 +90,9 @@ bool enter(const char *operation, Family family) {
   if (family == Family::CofferWrite) s.cofferWrites.fetch_add(1, std::memory_order_relaxed);
   Counter &counter = counterAt(s, operation);
   long n = counter.calls.fetch_add(1, std::memory_order_relaxed) + 1;
-  long planned = counter.failAt.load(std::memory_order_relaxed);
-  // Only the one call that claims the plan fails.
-  return planned == n && counter.failAt.compare_exchange_strong(planned, 0);
+  // Stopped here, the process goes on where it was if it is ever continued.
+  if (claims(counter.stopAt, n)) raise(SIGSTOP);
+  return claims(counter.failAt, n);
 }
 
 void captureLog(int level, const char *text) {
@@ -109,6 +119,7 @@ void PTReset(void) noexcept {
   for (auto &[name, counter] : s.counters) {
     counter.calls = 0;
     counter.failAt = 0;
+    counter.stopAt = 0;
   }
   s.cofferCalls = 0;
   s.cofferWrites = 0;
@@ -120,6 +131,12 @@ void PTFailNthCall(const char *operation, long nth) noexcept {
   if (!operation || nth < 1) return;
   Counter &counter = counterNamed(state(), operation);
   counter.failAt = counter.calls + nth;
+}
+
+void PTStopAtNthCall(const char *operation, long nth) noexcept {
+  if (!operation || nth < 1) return;
+  Counter &counter = counterNamed(state(), operation);
+  counter.stopAt = counter.calls + nth;
 }
 
 long PTCallCount(const char *operation) noexcept {

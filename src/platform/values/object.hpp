@@ -64,7 +64,13 @@ struct PVObject {
   void release() const {
     if (immortal()) return;
     if (refs.fetch_sub(1, std::memory_order_release) == 1) {
+#if defined(__SANITIZE_THREAD__)
+      // ThreadSanitizer models no fence: an acquire load of the count is
+      // the same ordering in a form it sees.
+      (void)refs.load(std::memory_order_acquire);
+#else
       std::atomic_thread_fence(std::memory_order_acquire);
+#endif
       delete this;
     }
   }
@@ -99,6 +105,7 @@ struct PVString : pv::PVObject {
         constantSize(size),
         utf16Count(pv::utf16Length(std::string_view(literal, size))) {}
   PVString(std::string text, bool isMutable);
+  ~PVString() override;
 
   std::string_view text() const {
     return constant ? std::string_view(constant, constantSize) : std::string_view(owned);
@@ -111,7 +118,14 @@ struct PVString : pv::PVObject {
 
   const char *const constant = nullptr;
   const size_t constantSize = 0;
-  std::string owned;
+  // A constant's text is `constant`; any other string owns its text. A
+  // constant leaves `owned` unmade, so that it is made at compile time
+  // whatever the standard library (one whose empty string cannot be made
+  // then, under clang, included).
+  union {
+    char unused{};
+    std::string owned;
+  };
   size_t utf16Count = 0;
   bool isMutable = false;
   mutable std::atomic<size_t> cachedHash{0};

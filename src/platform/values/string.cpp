@@ -1,6 +1,7 @@
 // Strings: immutable and mutable text, UTF-8/UTF-16 conversion, formatting.
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -13,6 +14,10 @@ PVString::PVString(std::string text, bool mutableString)
       owned(std::move(text)),
       utf16Count(pv::utf16Length(owned)),
       isMutable(mutableString) {}
+
+PVString::~PVString() {
+  if (!constant) std::destroy_at(&owned);
+}
 
 bool PVString::equals(const PVObject &other) const {
   return text() == static_cast<const PVString &>(other).text();

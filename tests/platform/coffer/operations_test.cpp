@@ -203,6 +203,45 @@ TEST_F(CofferItems, AnObjectFindsTheItemStoredForIt) {
       kVltErrorParam);
 }
 
+// Every match, in stored order, with its reference always and its secret
+// only when asked for: what a check of the whole Coffer reads.
+TEST_F(CofferItems, CopyAllMatchingListsEveryMatchInStoredOrder) {
+  auto first = addPassword("vpn", "alice", "one");
+  auto second = addPassword("vpn", "bob", "two");
+  addPassword("other", "alice", "three");
+  auto identity = leafIdentity();
+  ASSERT_EQ(VltItemAdd(dict({{kVltValueRef, identity.get()}}).get(), nullptr), kVltSuccess);
+
+  auto all = [](PVDictionaryRef query, VltStatus expected = kVltSuccess) {
+    PVArrayRef items = nullptr;
+    EXPECT_EQ(VltItemCopyAllMatching(query, &items), expected);
+    return Ref<PVArrayRef>::adopt(items);
+  };
+  auto matches = all(dict({{kVltAttrService, "vpn"}}).get());
+  ASSERT_EQ(PVArrayGetCount(matches.get()), 2);
+  const Ref<PVTypeRef> *references[] = {&first, &second};
+  const char *accounts[] = {"alice", "bob"};
+  for (PVIndex i = 0; i < 2; ++i) {
+    auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(matches.get(), i));
+    EXPECT_TRUE(PVEqual(PVDictionaryGetValue(item, kVltValuePersistentRef), references[i]->get()));
+    EXPECT_TRUE(PVEqual(PVDictionaryGetValue(item, kVltAttrAccount), text(accounts[i]).get()));
+    EXPECT_EQ(PVDictionaryGetValue(item, kVltValueData), nullptr);  // not asked for
+  }
+  auto withData = all(dict({{kVltAttrService, "vpn"}, {kVltReturnData, kPVBooleanTrue}}).get());
+  auto item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(withData.get(), 1));
+  EXPECT_EQ(bytesOf(PVDictionaryGetValue(item, kVltValueData)), "two");
+
+  EXPECT_EQ(PVArrayGetCount(all(dict({}).get()).get()), 4);
+  auto identities = all(dict({{kVltClass, kVltClassIdentity}}).get());
+  ASSERT_EQ(PVArrayGetCount(identities.get()), 1);
+  item = static_cast<PVDictionaryRef>(PVArrayGetValueAtIndex(identities.get(), 0));
+  EXPECT_TRUE(PVEqual(PVDictionaryGetValue(item, kVltValueRef), identity.get()));
+
+  EXPECT_EQ(PVArrayGetCount(all(dict({{kVltAttrService, "none"}}).get()).get()), 0);
+  EXPECT_EQ(all(dict({{kVltValueData, bytes("one").get()}}).get(), kVltErrorParam).get(), nullptr);
+  EXPECT_EQ(VltItemCopyAllMatching(dict({}).get(), nullptr), kVltErrorParam);
+}
+
 TEST_F(CofferItems, UpdateChangesEveryMatchAndKeepsAccessibilityUnlessListed) {
   addPassword("vpn", "alice", "a", kVltAttrAccessibleWhenUnlocked);
   addPassword("vpn", "bob", "b", kVltAttrAccessibleAfterFirstUnlock);
@@ -286,8 +325,12 @@ TEST_F(CofferItems, EachOperationFailsOnItsPlannedCallAndIsCounted) {
   PVTypeRef result = nullptr;
   EXPECT_EQ(VltItemCopyMatching(query.get(), &result), kVltErrorInjected);
   EXPECT_EQ(result, nullptr);
+  PTFailNthCall("VltItemCopyAllMatching", 1);
+  PVArrayRef items = nullptr;
+  EXPECT_EQ(VltItemCopyAllMatching(query.get(), &items), kVltErrorInjected);
+  EXPECT_EQ(items, nullptr);
   EXPECT_EQ(PTCofferWriteCount(), 3);
-  EXPECT_EQ(PTCofferCallCount(), 5);
+  EXPECT_EQ(PTCofferCallCount(), 6);
   EXPECT_EQ(PTCallCount("VltItemCopyMatching"), 2);
 
   // Nothing the failed calls were asked to do happened.

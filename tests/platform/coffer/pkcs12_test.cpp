@@ -72,6 +72,27 @@ TEST_F(CofferImport, EachIdentityIsOneItemWithItsChainOrderedLeafFirstThenByIssu
   }
 }
 
+// A certificate's issuer name is its issuer's subject name: the chain
+// can be followed by name from the leaf to the CA, which names itself.
+TEST_F(CofferImport, IssuerNamesLeadFromTheLeafToTheCA) {
+  auto name = [](PVDataRef (*copy)(VltCertificateRef), const std::string &der) {
+    auto data = tw::test::bytes(der);
+    auto certificate = Ref<VltCertificateRef>::adopt(VltCertificateCreateWithData(data.get()));
+    auto bytes = Ref<PVDataRef>::adopt(copy(certificate.get()));
+    return bytes ? tw::test::bytesOf(bytes.get()) : "<none>";
+  };
+  const std::string leafIssuer = name(VltCertificateCopyIssuerName, f.leafCertificate);
+  EXPECT_EQ(leafIssuer, name(VltCertificateCopySubjectName, f.intermediateCertificate));
+  EXPECT_EQ(name(VltCertificateCopyIssuerName, f.intermediateCertificate),
+            name(VltCertificateCopySubjectName, f.caCertificate));
+  EXPECT_EQ(name(VltCertificateCopyIssuerName, f.caCertificate),
+            name(VltCertificateCopySubjectName, f.caCertificate));
+  EXPECT_NE(leafIssuer, name(VltCertificateCopySubjectName, f.leafCertificate));
+  EXPECT_EQ(leafIssuer[0], 0x30);  // a DER sequence
+  EXPECT_EQ(VltCertificateCopySubjectName(nullptr), nullptr);
+  EXPECT_EQ(VltCertificateCopyIssuerName(nullptr), nullptr);
+}
+
 TEST_F(CofferImport, BadInputsFailWithTheirOwnStatusAndHandBackNothing) {
   Ref<PVArrayRef> items;
   EXPECT_EQ(import(f.chainContainer, "wrong horse", items), kVltErrorAuthFailed);

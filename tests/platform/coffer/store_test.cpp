@@ -6,12 +6,14 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "platform/coffer/database.hpp"
 #include "support/pkcs12_fixtures.hpp"
 #include "support/test_support.hpp"
 #include "tarnwick/platform/coffer.h"
 #include "tarnwick/platform/prefs.h"
+#include "tarnwick/platform/testing.h"
 
 namespace {
 
@@ -41,22 +43,123 @@ TEST_F(CofferStore, CreatesItsDirectoryAndFilePrivateToTheUser) {
   EXPECT_EQ(modeOf(storeDir() + "/new"), 0700u);
   EXPECT_EQ(modeOf(nested), 0700u);
   EXPECT_EQ(modeOf(nested + "/coffer.db"), 0600u);
-  // No secret reaches any file but the database.
+  // No secret reaches any file but the database: its journal is left empty.
   for (const auto &entry : std::filesystem::directory_iterator(nested)) {
-    EXPECT_EQ(entry.path().filename(), "coffer.db");
+    if (entry.path().filename() == "coffer.db") continue;
+    EXPECT_EQ(entry.path().filename(), "coffer.db-journal");
+    EXPECT_EQ(modeOf(entry.path()), 0600u);
+    EXPECT_EQ(std::filesystem::file_size(entry.path()), 0u);
   }
 }
 
 // A stored secret is durable once the call returns, and several processes
-// write the Coffer: a rollback journal (never WAL) and synchronous=FULL.
+// write the Coffer: a rollback journal (never WAL), truncated and synced at
+// each commit, and deleted content overwritten.
 TEST_F(CofferStore, DatabaseIsOpenedWithTheDurabilityTheCofferPromises) {
   vlt::Database coffer(storeDir());
   auto pragma = [&](const char *sql) {
     sql::Statement statement(coffer.connection(), sql);
     return statement.step() ? std::string(statement.bytes(0)) : std::string();
   };
-  EXPECT_EQ(pragma("PRAGMA journal_mode"), "delete");
+  EXPECT_EQ(pragma("PRAGMA journal_mode"), "truncate");
   EXPECT_EQ(pragma("PRAGMA synchronous"), "2");
+  EXPECT_EQ(pragma("PRAGMA secure_delete"), "1");
+}
+
+// A deleted journal can come back after a power cut and roll a committed
+// write back; a truncated one cannot. Every write leaves it empty.
+TEST_F(CofferStore, EveryWriteLeavesTheJournalTruncatedNotDeleted) {
+  auto query = dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrService, "svc"}});
+  const std::pair<const char *, std::function<VltStatus()>> writes[] = {
+      {"add", [] { return addCofferPassword("svc", "first"); }},
+      {"update",
+       [&] {
+         return VltItemUpdate(query.get(), dict({{kVltValueData, bytes("second")}}).get());
+       }},
+      {"delete", [&] { return VltItemDelete(query.get()); }},
+  };
+  for (const auto &[what, write] : writes) {
+    ASSERT_EQ(write(), kVltSuccess) << what;
+    ASSERT_TRUE(std::filesystem::exists(dbPath() + "-journal")) << what;
+    EXPECT_EQ(std::filesystem::file_size(dbPath() + "-journal"), 0u) << what;
+  }
+}
+
+// Turns secure delete off on every new connection, as it is by default in
+// a SQLite built without it (Debian's is built with it on).
+int secureDeleteOff(sqlite3 *db, const char **, const void *) {
+  return sqlite3_exec(db, "PRAGMA secure_delete = OFF", nullptr, nullptr, nullptr);
+}
+
+// Neither a deleted secret nor the one an update replaced stays readable in
+// the database file's free space, whatever SQLite's own default.
+TEST_F(CofferStore, ReplacedAndDeletedSecretsLeaveNoBytesInTheFile) {
+  ASSERT_EQ(sqlite3_auto_extension(reinterpret_cast<void (*)()>(secureDeleteOff)), SQLITE_OK);
+  struct Reset {
+    ~Reset() { sqlite3_reset_auto_extension(); }
+  } reset;
+  const std::string replaced = "replaced-secret-" + std::string(200, 'r');
+  const std::string deleted = "deleted-secret-" + std::string(200, 'd');
+  const std::string kept = "kept-secret-" + std::string(200, 'k');
+  ASSERT_EQ(addCofferPassword("replaced", replaced), kVltSuccess);
+  ASSERT_EQ(addCofferPassword("deleted", deleted), kVltSuccess);
+  ASSERT_EQ(addCofferPassword("kept", kept), kVltSuccess);
+  ASSERT_EQ(VltItemUpdate(dict({{kVltAttrService, "replaced"}}).get(),
+                          dict({{kVltValueData, bytes("new")}}).get()),
+            kVltSuccess);
+  ASSERT_EQ(VltItemDelete(dict({{kVltAttrService, "deleted"}}).get()), kVltSuccess);
+  const std::string file = fileBytes(dbPath());
+  EXPECT_NE(file.find(kept), std::string::npos);  // the scan does find what is there
+  EXPECT_EQ(file.find(replaced), std::string::npos);
+  EXPECT_EQ(file.find(deleted), std::string::npos);
+}
+
+// A write that fails at any step of SQLite's did not happen, and one that
+// succeeds did, including when only the sync after the commit point failed
+// and the journal was synced again.
+TEST_F(CofferStore, WriteFailsExactlyWhenItDidNotHappen) {
+  auto query = dict({{kVltClass, kVltClassGenericPassword}, {kVltAttrService, "svc"}});
+  struct Write {
+    const char *what;
+    std::function<VltStatus()> write;
+    std::string before, after;  // the secret stored under "svc", "" for none
+  } writes[] = {
+      {"add", [] { return addCofferPassword("svc", "added"); }, "", "added"},
+      {"update",
+       [&] {
+         return VltItemUpdate(query.get(), dict({{kVltValueData, bytes("updated")}}).get());
+       },
+       "old", "updated"},
+      {"delete", [&] { return VltItemDelete(query.get()); }, "old", ""},
+  };
+  auto stored = [] {
+    std::string item = tw::test::cofferItem("svc");
+    return item == "(none)" ? std::string() : item.substr(item.rfind('|') + 1);
+  };
+  int failures = 0, landed = 0;
+  for (const Write &write : writes) {
+    for (const char *point : {"storage.write", "storage.sync", "storage.truncate"}) {
+      for (long nth = 1;; ++nth) {
+        VltItemDelete(query.get());
+        if (!write.before.empty()) {
+          ASSERT_EQ(addCofferPassword("svc", write.before), kVltSuccess);
+        }
+        PTReset();
+        PTFailNthCall(point, nth);
+        const VltStatus status = write.write();
+        const bool fired = PTCallCount(point) >= nth;
+        landed += PTCallCount("storage.resync") > 0;
+        PTReset();
+        SCOPED_TRACE(std::string(write.what) + ", " + point + " call " + std::to_string(nth));
+        EXPECT_EQ(stored(), status == kVltSuccess ? write.after : write.before);
+        EXPECT_TRUE(status == kVltSuccess || status == kVltErrorStore) << status;
+        if (!fired) break;
+        failures += status != kVltSuccess;
+      }
+    }
+  }
+  EXPECT_GE(failures, 3 * 5);
+  EXPECT_EQ(landed, 3);  // each write's last sync
 }
 
 TEST_F(CofferStore, DamagedFileFailsEveryOperationAndIsLeftAsItWas) {

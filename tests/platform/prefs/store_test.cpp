@@ -1,10 +1,12 @@
 // Sessions on a store: opening, visibility of changes, the lock, staleness,
 // commit and apply, within one process and across processes.
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -311,13 +313,22 @@ TEST_F(PreferencesLock, LockCommitAndApplyWaitForAnotherProcessToRelease) {
     ASSERT_EQ(pipe(release), 0);
     const std::string marker = storeDir() + "/released";
     std::filesystem::remove(marker);
+    const pid_t parent = getpid();
     fflush(nullptr);
     pid_t child = fork();
     if (child == 0) {
       auto other = open();
       char signal = ZNPreferencesLock(other.get(), true) ? 'L' : 'F';
       if (write(held[1], &signal, 1) != 1 || read(release[0], &signal, 1) != 1) _exit(1);
-      usleep(100 * 1000);  // the parent is meant to be waiting by now
+      // Lets go only once the parent is blocked on the lock; the parent
+      // writes again when its operation returned without waiting.
+      auto parentReturned = [&] {
+        pollfd pending{release[0], POLLIN, 0};
+        return poll(&pending, 1, 0) > 0;
+      };
+      if (!waitUntilBlockedOnLock(storeDir() + "/preferences.lock", parent, parentReturned)) {
+        _exit(1);
+      }
       close(::open(marker.c_str(), O_CREAT | O_WRONLY, 0600));
       _exit(ZNPreferencesUnlock(other.get()) ? 0 : 1);
     }
@@ -329,6 +340,7 @@ TEST_F(PreferencesLock, LockCommitAndApplyWaitForAnotherProcessToRelease) {
     ASSERT_EQ(write(release[1], "g", 1), 1);
     EXPECT_TRUE(operation(prefs.get())) << what;
     EXPECT_TRUE(std::filesystem::exists(marker)) << what;  // only after the child let go
+    ASSERT_EQ(write(release[1], "r", 1), 1);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
@@ -360,12 +372,14 @@ TEST_F(PreferencesLock, NoThreadWaitsForTheLockItHoldsThroughAnotherSession) {
   }
 
   // A session of another thread does wait, and gets the lock once it is free.
-  bool locked = false;
+  std::atomic<bool> locked = false, returned = false;
   std::thread other([&] {
     auto prefs = open();
     locked = prefs && ZNPreferencesLock(prefs.get(), true);
+    returned = true;
   });
-  usleep(100 * 1000);
+  EXPECT_TRUE(waitUntilBlockedOnLock(storeDir() + "/preferences.lock", getpid(),
+                                     [&] { return returned.load(); }));
   EXPECT_FALSE(locked);
   ASSERT_TRUE(ZNPreferencesUnlock(holder.get()));
   other.join();

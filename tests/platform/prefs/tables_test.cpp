@@ -36,6 +36,8 @@ TEST_F(PreferencesTables, RowsThatDoNotHoldTogetherFailTheOpenAndAreLeftAlone) {
       "UPDATE members SET set_id = 'gone'",
       "UPDATE services SET enabled = 2",
       "UPDATE services SET body = 42",
+      "UPDATE services SET body = X''",  // a body is never empty
+      "UPDATE services SET body = ''",
       "UPDATE services SET id = CAST(X'61006263' AS TEXT)",  // U+0000 inside
       "UPDATE services SET name = CAST(X'4f6666006365' AS TEXT)",
       "UPDATE sets SET name = CAST(X'ff' AS TEXT)",  // not UTF-8
