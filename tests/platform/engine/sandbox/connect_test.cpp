@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <regex>
 #include <set>
 #include <thread>
@@ -226,17 +227,36 @@ TEST_F(ConnectTest, RemovingTheServiceStopsItsConnection) {
   EXPECT_TRUE(heldConnections().contains(uuid_));
 }
 
+// One connection attempt against a strongSwan server holding `key`: the
+// server's log, and what `tarnwick connect` said. On a loaded machine the
+// plugin's own IPsec daemon sometimes gives up before it has sent a packet;
+// an attempt that never reached the server is made again (three at most),
+// since what is tested is what the server makes of the key.
+std::pair<std::string, ToolResult> attemptWithServerKey(const char *key, const char *timeout,
+                                                        const std::function<ToolResult(
+                                                            std::vector<std::string>)> &tool) {
+  std::string log;
+  ToolResult connect;
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    Sandbox::startIpsecServer(key);
+    // Moving the far end away took the base's carrier for a moment.
+    Sandbox::nmcli("--wait 10 connection up base");
+    connect = tool({"connect", kOffice, "--timeout", timeout});
+    tool({"disconnect", kOffice});
+    Sandbox::stopIpsecServer();
+    Sandbox::endPluginProcesses();
+    log = Sandbox::ipsecServerLog();
+    if (log.find("is initiating a Main Mode IKE_SA") != std::string::npos) break;
+  }
+  return {log, connect};
+}
+
 TEST_F(ConnectTest, TheCoffersPreSharedKeyAuthenticatesToARealIPsecServer) {
   // The shared secret the agent gives is the one the server holds: IKE
   // authenticates. Past IKE the kernel's ESP and PPP are needed (and an
   // L2TP server); a kernel without them stops the connection there.
-  Sandbox::startIpsecServer("harbour-l2tp-psk");
-  // Moving the far end away took the base's carrier for a moment.
-  Sandbox::nmcli("--wait 10 connection up base");
-  ToolResult connect = nm({"connect", kOffice, "--timeout", "15"});
-  nm({"disconnect", kOffice});
-  Sandbox::stopIpsecServer();
-  std::string log = Sandbox::ipsecServerLog();
+  auto tool = [this](std::vector<std::string> arguments) { return nm(arguments); };
+  auto [log, connect] = attemptWithServerKey("harbour-l2tp-psk", "15", tool);
   EXPECT_NE(log.find("IKE_SA l2tp[1] established between 192.0.2.1[192.0.2.1]...192.0.2.2"),
             std::string::npos)
       << log << connect.err;
@@ -244,14 +264,9 @@ TEST_F(ConnectTest, TheCoffersPreSharedKeyAuthenticatesToARealIPsecServer) {
   EXPECT_TRUE(connect.exitCode == 11 || connect.exitCode == 12) << connect.err;
 
   // A server with another key does not let it in.
-  Sandbox::startIpsecServer("another-harbour-key");
-  Sandbox::nmcli("--wait 10 connection up base");
-  ToolResult refused = nm({"connect", kOffice, "--timeout", "5"});
-  nm({"disconnect", kOffice});
-  Sandbox::stopIpsecServer();
-  log = Sandbox::ipsecServerLog();
-  EXPECT_NE(log.find("is initiating a Main Mode IKE_SA"), std::string::npos) << log;
-  EXPECT_EQ(log.find("established"), std::string::npos) << log;
+  auto [refusedLog, refused] = attemptWithServerKey("another-harbour-key", "5", tool);
+  EXPECT_NE(refusedLog.find("is initiating a Main Mode IKE_SA"), std::string::npos) << refusedLog;
+  EXPECT_EQ(refusedLog.find("established"), std::string::npos) << refusedLog;
   EXPECT_NE(refused.exitCode, 0) << refused.err;
 }
 
