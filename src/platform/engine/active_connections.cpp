@@ -20,13 +20,6 @@ enum ActiveState : uint32_t {
   kActiveDeactivated = 4,
 };
 
-// An object that went between the list and the read.
-bool isGone(const BusError &error) {
-  return error.name() == "org.freedesktop.DBus.Error.UnknownObject" ||
-         error.name() == "org.freedesktop.DBus.Error.UnknownMethod" ||
-         error.name() == "org.freedesktop.DBus.Error.UnknownInterface";
-}
-
 std::vector<std::string> activePaths(Bus &bus) {
   Message reply = bus.property(kNetworkManagerName, kManagerPath, kNetworkManagerName,
                                "ActiveConnections", "ao");
@@ -89,7 +82,7 @@ std::unordered_map<std::string, std::vector<ActiveConnection>> readActiveConnect
       }
       byUuid[properties.uuid].push_back(std::move(active));
     } catch (const BusError &error) {
-      if (error.transport() || !isGone(error)) throw;
+      if (error.transport() || !error.objectGone()) throw;
     }
   }
   return byUuid;

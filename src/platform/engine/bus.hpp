@@ -24,6 +24,13 @@ class BusError : public std::runtime_error {
   // The D-Bus error name, or "" for a local failure.
   const std::string &name() const { return name_; }
   bool transport() const { return transport_; }
+  // The object called went away between finding it and calling it: a
+  // connection deleted or deactivated meanwhile answers so.
+  bool objectGone() const {
+    return name_ == "org.freedesktop.DBus.Error.UnknownObject" ||
+           name_ == "org.freedesktop.DBus.Error.UnknownMethod" ||
+           name_ == "org.freedesktop.DBus.Error.UnknownInterface";
+  }
 
  private:
   std::string name_;

@@ -127,7 +127,7 @@ void LiveConnection::stop() {
         // One that went down meanwhile is not active any more: fine.
         if (error.transport()) throw;
         if (error.name() != "org.freedesktop.NetworkManager.ConnectionNotActive" &&
-            error.name() != "org.freedesktop.DBus.Error.UnknownObject") {
+            !error.objectGone()) {
           failWith(kZNStatusEngineRefused,
                    std::string("NetworkManager refused to deactivate it: ") + error.what());
         }

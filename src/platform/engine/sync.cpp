@@ -21,13 +21,6 @@ constexpr std::chrono::seconds kBudget{30};
 
 struct OutOfTime {};
 
-// NetworkManager answers a call on a connection it no longer has with
-// UnknownMethod.
-bool isGone(const BusError &error) {
-  return error.name() == "org.freedesktop.DBus.Error.UnknownMethod" ||
-         error.name() == "org.freedesktop.DBus.Error.UnknownObject";
-}
-
 // One VPN service of the store and what it maps to.
 struct Planned {
   std::string id;
@@ -225,7 +218,7 @@ class Pusher {
           held(service, *path, Action::updated);
           return;
         } catch (const BusError &error) {
-          if (error.transport() || !isGone(error)) throw;  // else deleted since: added again
+          if (error.transport() || !error.objectGone()) throw;  // else deleted since: added again
         }
       }
       try {
@@ -254,7 +247,7 @@ class Pusher {
       nm_.remove(path);
     } catch (const BusError &error) {
       if (error.transport()) throw;
-      if (!isGone(error)) {
+      if (!error.objectGone()) {
         note("NetworkManager refused to delete the connection of " + id + ": " + error.what());
         return;
       }
