@@ -264,7 +264,7 @@ TEST_F(ConnectTest, TheCoffersPreSharedKeyAuthenticatesToARealIPsecServer) {
   EXPECT_TRUE(connect.exitCode == 11 || connect.exitCode == 12) << connect.err;
 
   // A server with another key does not let it in.
-  auto [refusedLog, refused] = attemptWithServerKey("another-harbour-key", "5", tool);
+  auto [refusedLog, refused] = attemptWithServerKey("another-harbour-key", "15", tool);
   EXPECT_NE(refusedLog.find("is initiating a Main Mode IKE_SA"), std::string::npos) << refusedLog;
   EXPECT_EQ(refusedLog.find("established"), std::string::npos) << refusedLog;
   EXPECT_NE(refused.exitCode, 0) << refused.err;
