@@ -64,7 +64,21 @@ std::string engineLine(const Json &report) {
   return line;
 }
 
-void printEngineLine() { emit(shown(engineLine(takeEngineReport())) + "\n"); }
+void printEngineLine() {
+  auto report = pv::Ref<PVDictionaryRef>::adopt(ZNEngineCopyReport());
+  Json counts;
+  if (report) {
+    // The line needs the counts alone: the lists, one entry per service of
+    // a large store, are left out before anything is converted.
+    auto top = pv::Ref<PVMutableDictionaryRef>::adopt(PVDictionaryCreateMutableCopy(report.get()));
+    for (const char *list : {"Services", "DeletedServices"}) {
+      auto key = pv::Ref<PVStringRef>::adopt(PVStringCreateWithCString(list));
+      PVDictionaryRemoveValue(top.get(), key.get());
+    }
+    counts = engineJson(top.get());
+  }
+  emit(shown(engineLine(counts)) + "\n");
+}
 
 bool engineFellShort(const Json &report) {
   return !report.is_null() && report.value("engine", "none") == "networkmanager" &&

@@ -30,7 +30,8 @@
  *                      apply deletes (status only)
  *   "DeletedServices"  array: the identifiers whose connections went
  *                      (applies only)
- *   "Services"         array, one dictionary per VPN service:
+ *   "Services"         array, one dictionary per VPN service (an apply
+ *                      without an engine maps none and lists none):
  *       "ServiceID", "Name", "Type" ("L2TP", "PPTP", "IPSec", "VPN"),
  *       "VendorType", "Plugin" ("l2tp", "pptp", "vpnc" or a vendor
  *       plugin's service type), "UUID" (its connection's), "State"

@@ -266,11 +266,24 @@ class Pusher {
   std::chrono::steady_clock::time_point deadline_;
 };
 
+// Whether a pass maps the services when there is no engine: a status
+// check says what each would become, an apply has nothing to hand them to.
+enum class WithoutEngine { skip, map };
+
 // Maps the services, and runs `body` when there is an engine to talk to.
 template <typename Body>
-Report withEngine(zn::Document &document, const std::string &directory, Body body) {
-  Plan plan(document, directory);
+Report withEngine(zn::Document &document, const std::string &directory, WithoutEngine without,
+                  Body body) {
   Choice choice = chooseEngine();
+  if (choice.kind == EngineKind::none && without == WithoutEngine::skip) {
+    // Costs nothing however large the store: an apply without an engine
+    // only names it.
+    Report report;
+    report.engine = engineName(choice.kind);
+    report.failure = choice.problem;
+    return report;
+  }
+  Plan plan(document, directory);
   if (plan.engineReady(choice)) {
     NetworkManager nm(*choice.bus);
     body(plan, nm, choice.instance);
@@ -282,7 +295,7 @@ Report withEngine(zn::Document &document, const std::string &directory, Body bod
 }  // namespace
 
 Report synchronize(zn::Document &document, const std::string &directory, Depth depth) {
-  return withEngine(document, directory,
+  return withEngine(document, directory, WithoutEngine::skip,
                     [&](Plan &plan, NetworkManager &nm, const std::string &instance) {
                       SyncMemory memory = SyncMemory::load(directory);
                       const bool thorough = depth == Depth::thorough || memory.instance != instance;
@@ -307,7 +320,8 @@ Report synchronize(zn::Document &document, const std::string &directory, Depth d
 }
 
 Report inspect(zn::Document &document, const std::string &directory) {
-  return withEngine(document, directory, [](Plan &plan, NetworkManager &nm, const std::string &) {
+  return withEngine(document, directory, WithoutEngine::map,
+                    [](Plan &plan, NetworkManager &nm, const std::string &) {
     try {
       Holdings holdings = readHoldings(nm, plan.store);
       for (Planned &service : plan.services) {

@@ -2,6 +2,7 @@
 // of the change is what one apply would have left.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "support/services.hpp"
@@ -16,6 +17,11 @@ class RepeatedApply : public ServiceTest {
     ServiceTest::SetUp();
     makeService(Chain::PPTP, "Legacy");
     ASSERT_TRUE(ZNPreferencesCommitChanges(prefs_.get()));
+  }
+  void TearDown() override {
+    setenv("TARNWICK_ENGINE", "none", 1);
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    ServiceTest::TearDown();
   }
   Ref<PVDictionaryRef> report() { return Ref<PVDictionaryRef>::adopt(ZNEngineCopyReport()); }
 };
@@ -43,8 +49,11 @@ TEST_F(RepeatedApply, ASecondApplyLeavesTheReportOfTheFirst) {
 
 // A session on another store applies in between, recording its own
 // report: this session's next apply syncs again rather than leave that
-// report as its own.
+// report as its own. The engine is forced but out of reach, so that each
+// report lists its store's services.
 TEST_F(RepeatedApply, AnotherStoresReportInBetweenIsNotTakenForThisOne) {
+  setenv("TARNWICK_ENGINE", "networkmanager", 1);
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + storeDir() + "/no-bus").c_str(), 1);
   ASSERT_TRUE(ZNPreferencesApplyChanges(prefs_.get()));
   std::string otherStore = temporaryDirectory("other-store");
   auto other = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreateWithStore(otherStore.c_str()));
