@@ -3,8 +3,10 @@
 #  1. every exported name carries one of the public prefixes, so nothing of
 #     the implementation (C++ symbols above all) leaks;
 #  2. every function and constant the public headers declare with TW_EXPORT
-#     is exported, so no caller meets an undefined symbol at link time.
-# Prints each offending name and exits 1 when either check fails.
+#     is exported, so no caller meets an undefined symbol at link time;
+#  3. libcrypto and libsystemd are not needed at load time: the library
+#     opens them when first called into, so a process starts without them.
+# Prints each offending name and exits 1 when any check fails.
 #
 # Usage: check_exports.sh path/to/libtarnwick.so include-dir
 set -euo pipefail
@@ -70,6 +72,14 @@ if [[ -n $missing ]]; then
   status=1
   echo "declared with TW_EXPORT but not exported:"
   sed 's/^/  /' <<<"$missing"
+fi
+
+loaded_at_start=$(objdump -p "$library" | awk '$1 == "NEEDED" { print $2 }' |
+  grep -E '^lib(crypto|systemd)\.' || true)
+if [[ -n $loaded_at_start ]]; then
+  status=1
+  echo "needed at load time but opened on first use:"
+  sed 's/^/  /' <<<"$loaded_at_start"
 fi
 
 if [[ $status -eq 0 ]]; then
