@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstring>
+
 #include "platform/prefs/error.hpp"
 #include "platform/values/json.hpp"
 
@@ -34,13 +36,14 @@ class Reader {
   explicit Reader(std::string_view text) : text_(text) {}
 
   // Calls `member(key)` for each member of the object here; `member` must
-  // read the member's value.
+  // read the member's value. The key is valid during the call.
   template <typename Member>
   void object(Member member) {
     expect('{');
     if (take('}')) return;
+    std::string decoded;
     do {
-      std::string key = string();
+      std::string_view key = string(decoded);
       expect(':');
       member(key);
     } while (take(','));
@@ -56,24 +59,17 @@ class Reader {
     } while (take(','));
     expect(']');
   }
-  std::string string() {
+  // The string here: a view of the text itself, or of `decoded` holding it
+  // with its escapes undone when it has any.
+  std::string_view string(std::string &decoded) {
     space();
     const size_t start = at_;
-    if (!take('"')) corrupt();
-    bool escaped = false;
-    while (at_ < text_.size() && text_[at_] != '"') {
-      if (text_[at_] == '\\') {
-        escaped = true;
-        ++at_;
-      }
-      ++at_;
-    }
-    if (!take('"')) corrupt();
+    if (!stepOverString()) return text_.substr(start + 1, at_ - start - 2);
     std::string_view token = text_.substr(start, at_ - start);
-    if (!escaped) return std::string(token.substr(1, token.size() - 2));
-    json decoded = json::parse(token.begin(), token.end(), nullptr, false);
-    if (!decoded.is_string()) corrupt();
-    return decoded.get<std::string>();
+    json value = json::parse(token.begin(), token.end(), nullptr, false);
+    if (!value.is_string()) corrupt();
+    decoded = value.get<std::string>();
+    return decoded;
   }
   // The text of the object here, which must be one.
   std::string_view objectText() {
@@ -90,7 +86,7 @@ class Reader {
       if (at_ >= text_.size()) corrupt();
       char c = text_[at_];
       if (c == '"') {
-        string();
+        stepOverString();
         continue;
       }
       if (c == '{' || c == '[') ++depth;
@@ -110,6 +106,26 @@ class Reader {
   }
 
  private:
+  // Steps over the string that starts here, finding its end a block at a
+  // time (a body is mostly strings); true when it holds an escape.
+  bool stepOverString() {
+    if (!take('"')) corrupt();
+    bool escaped = false;
+    for (;;) {
+      const char *from = text_.data() + at_;
+      const size_t left = text_.size() - at_;
+      const auto *quote = static_cast<const char *>(std::memchr(from, '"', left));
+      if (!quote) corrupt();
+      const auto *backslash = static_cast<const char *>(std::memchr(from, '\\', quote - from));
+      if (!backslash) {
+        at_ += quote - from + 1;
+        return escaped;
+      }
+      escaped = true;
+      at_ += backslash - from + 2;  // the backslash and the character it escapes
+      if (at_ > text_.size()) corrupt();
+    }
+  }
   static bool isDelimiter(char c) {
     return c == ',' || c == '}' || c == ']' || c == ' ' || c == '\n' || c == '\t' || c == '\r';
   }
@@ -135,7 +151,7 @@ class Reader {
   size_t at_ = 0;
 };
 
-StringRef typeNamed(const std::string &text, Arena &arena) {
+StringRef typeNamed(std::string_view text, Arena &arena) {
   PVStringRef type = arena.name(text);
   if (!type) corrupt();
   return StringRef::retain(type);
@@ -147,9 +163,10 @@ StringRef typeNamed(const std::string &text, Arena &arena) {
 template <typename Other>
 void readTyped(Reader &reader, Arena &arena, StringRef &type, Configuration &configuration,
                Other other) {
-  reader.object([&](const std::string &key) {
+  reader.object([&](std::string_view key) {
     if (key == "type") {
-      type = typeNamed(reader.string(), arena);
+      std::string decoded;
+      type = typeNamed(reader.string(decoded), arena);
     } else if (key == "configuration") {
       configuration = Configuration(reader.objectText(), arena);
     } else if (!other(key)) {
@@ -161,10 +178,11 @@ void readTyped(Reader &reader, Arena &arena, StringRef &type, Configuration &con
 
 Layer readLayer(Reader &reader, Arena &arena) {
   Layer layer;
-  readTyped(reader, arena, layer.type, layer.configuration, [&](const std::string &key) {
+  readTyped(reader, arena, layer.type, layer.configuration, [&](std::string_view key) {
     if (key != "extended") return false;
-    reader.object([&](const std::string &entity) {
-      layer.extended.insert_or_assign(entity, Configuration(reader.objectText(), arena));
+    reader.object([&](std::string_view entity) {
+      std::string name(entity);  // before the value is read: the key may be a view of a buffer
+      layer.extended.insert_or_assign(std::move(name), Configuration(reader.objectText(), arena));
     });
     return true;
   });
@@ -174,7 +192,7 @@ Layer readLayer(Reader &reader, Arena &arena) {
 Protocol readProtocol(Reader &reader, Arena &arena) {
   Protocol protocol;
   readTyped(reader, arena, protocol.type, protocol.configuration,
-            [](const std::string &) { return false; });
+            [](std::string_view) { return false; });
   return protocol;
 }
 
@@ -223,7 +241,7 @@ ServiceBody decodeServiceBody(std::string_view text, Arena &arena) {
   ServiceBody body;
   bool hasInterfaces = false, hasProtocols = false;
   Reader reader(text);
-  reader.object([&](const std::string &key) {
+  reader.object([&](std::string_view key) {
     if (key == "interfaces") {
       hasInterfaces = true;
       body.chain.clear();

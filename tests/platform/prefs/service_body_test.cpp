@@ -9,9 +9,14 @@ namespace {
 
 using ServiceBody = ServiceTest;
 
-// The same every time it is built, in either process.
+// An entity type the body stores as an escaped key.
+constexpr char kEntity[] = "EAP \"quoted\" \\";
+
+// The same every time it is built, in either process. Quotes and
+// backslashes are escaped in the stored text, which the reader steps over.
 Ref<PVDictionaryRef> configuration() {
   return dict({{"Server", "vpn.example.com"},
+               {"Quoted \"key\"", "a \"b\" \\c\\"},
                {"Nested", dict({{"Data", bytes(std::string("\0\xFF", 2))}})}});
 }
 
@@ -29,7 +34,7 @@ bool readsBackEveryPart() {
   auto selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(set.get()));
   auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set.get()));
   return chainTypes(service) == "PPP/L2TP/IPv4" && PVEqual(plain, expected.get()) &&
-         PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text("EAP").get()),
+         PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text(kEntity).get()),
                  expected.get()) &&
          PVEqual(ZNNetworkProtocolGetConfiguration(protocol.get()), expected.get()) &&
          textOf(ZNNetworkServiceGetName(service)) == "Everything" &&
@@ -42,7 +47,7 @@ TEST_F(ServiceBody, EveryPartOfTheSessionSurvivesCommitIntoANewProcess) {
   auto values = configuration();
   ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(service.get());
   ASSERT_TRUE(ZNNetworkInterfaceSetConfiguration(outer, values.get()));
-  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text("EAP").get(), values.get()));
+  ASSERT_TRUE(ZNNetworkInterfaceSetExtendedConfiguration(outer, text(kEntity).get(), values.get()));
   auto protocol = Ref<ZNNetworkProtocolRef>::adopt(
       ZNNetworkServiceCopyProtocol(service.get(), kZNNetworkProtocolTypeProxies));
   ASSERT_TRUE(ZNNetworkProtocolSetConfiguration(protocol.get(), values.get()));
