@@ -7,6 +7,7 @@
 #include <cstring>
 #include <exception>
 
+#include "platform/dbus/system_bus.hpp"
 #include "platform/engine/choice.hpp"
 #include "platform/engine/network_manager.hpp"
 #include "platform/engine/settings_message.hpp"
@@ -72,7 +73,7 @@ bool notReady(const char *errorName) {
 // What one run holds: the bus, the loop and what it knows of NetworkManager.
 struct SecretAgent::Loop {
   explicit Loop(const SecretAgent &agent)
-      : agent(agent), bus(Bus::systemBusAddress(), kCallTimeout) {}
+      : agent(agent), bus(platform::systemBusAddress(), kCallTimeout) {}
   ~Loop() {
     for (sd_bus_slot *slot : {object, ownerChanges, registration}) sd_bus_slot_unref(slot);
     sd_event_source_unref(retry);

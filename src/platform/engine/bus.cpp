@@ -3,13 +3,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 namespace engine {
 namespace {
-
-constexpr char kStandardSystemBus[] = "unix:path=/run/dbus/system_bus_socket";
 
 // Errors that mean nobody answered, as opposed to a refusal.
 bool isTransportError(const char *name) {
@@ -30,11 +27,6 @@ bool isTransportError(const char *name) {
 int check(int result, const char *what) {
   if (result < 0) throw BusError("", std::string(what) + ": " + std::strerror(-result), false);
   return result;
-}
-
-std::string Bus::systemBusAddress() {
-  const char *env = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  return env && *env ? env : kStandardSystemBus;
 }
 
 Bus::Bus(const std::string &address, std::chrono::milliseconds callTimeout)

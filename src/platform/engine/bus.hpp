@@ -60,9 +60,6 @@ int check(int result, const char *what);
 
 class Bus {
  public:
-  // $DBUS_SYSTEM_BUS_ADDRESS when set, else the standard system bus socket.
-  static std::string systemBusAddress();
-
   // Connects; a transport BusError when the bus cannot be reached.
   Bus(const std::string &address, std::chrono::milliseconds callTimeout);
   ~Bus();

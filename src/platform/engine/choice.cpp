@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "platform/dbus/system_bus.hpp"
 #include "platform/engine/network_manager.hpp"
 
 namespace engine {
@@ -25,7 +26,7 @@ Choice chooseEngine() {
     return choice;
   }
   choice.forced = !wanted.empty();
-  std::string address = Bus::systemBusAddress();
+  std::string address = platform::systemBusAddress();
   try {
     auto bus = std::make_unique<Bus>(address, kCallTimeout);
     std::string owner = NetworkManager(*bus).instance();

@@ -10,10 +10,10 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <mutex>
 #include <string>
 
+#include "platform/dbus/system_bus.hpp"
 #include "platform/guard/guarded.hpp"
 #include "platform/testing/capture.hpp"
 #include "tarnwick/platform/notify.h"
@@ -23,7 +23,6 @@ namespace {
 constexpr char kPath[] = "/org/tarnwick/Notifications";
 constexpr char kInterface[] = "org.tarnwick.Notifications";
 constexpr char kMember[] = "Posted";
-constexpr char kStandardSystemBus[] = "unix:path=/run/dbus/system_bus_socket";
 // Long enough for a bus under load, short enough that a caller never notices.
 constexpr std::chrono::milliseconds kFlushBudget{250};
 
@@ -35,11 +34,6 @@ struct Connection {
 
 std::mutex connectionMutex;
 Connection connection;
-
-std::string systemBusAddress() {
-  const char *env = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  return env && *env ? env : kStandardSystemBus;
-}
 
 void forget() {
   // In a child the handle is the parent's: leave it alone.
@@ -90,7 +84,7 @@ void NCSystemCenterPost(PVStringRef name, Boolean /*deliverImmediately*/) noexce
   pt::captureNotification(text, true);
   platform::guarded([&] {
     std::lock_guard lock(connectionMutex);
-    sd_bus *bus = connect(systemBusAddress());
+    sd_bus *bus = connect(platform::systemBusAddress());
     if (!bus) return;
     if (sd_bus_emit_signal(bus, kPath, kInterface, kMember, "s", text) < 0 || !flush(bus)) {
       forget();
