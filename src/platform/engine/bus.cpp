@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/dbus/system_bus.hpp"
+
 namespace engine {
 namespace {
 
@@ -33,6 +35,9 @@ Bus::Bus(const std::string &address, std::chrono::milliseconds callTimeout)
     : address_(address),
       timeoutMicroseconds_(
           uint64_t(std::chrono::duration_cast<std::chrono::microseconds>(callTimeout).count())) {
+  if (!platform::busMayAnswer(address)) {
+    throw BusError("", "no system bus at " + address + ": " + std::strerror(ENOENT), true);
+  }
   int r = sd_bus_new(&bus_);
   if (r >= 0) r = sd_bus_set_address(bus_, address.c_str());
   if (r >= 0) r = sd_bus_set_bus_client(bus_, 1);

@@ -46,6 +46,7 @@ sd_bus *connect(const std::string &address) {
     return connection.bus;
   }
   forget();
+  if (!platform::busMayAnswer(address)) return nullptr;
   sd_bus *bus = nullptr;
   if (sd_bus_new(&bus) < 0) return nullptr;
   if (sd_bus_set_address(bus, address.c_str()) < 0 || sd_bus_set_bus_client(bus, 1) < 0 ||
