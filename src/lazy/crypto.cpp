@@ -10,7 +10,7 @@
 #include "lazy/library.hpp"
 
 namespace {
-lazy::Library crypto("libcrypto.so.3");
+constinit lazy::Library crypto("libcrypto.so.3");
 }  // namespace
 
 #define FORWARD(...) TW_LAZY(crypto, __VA_ARGS__)

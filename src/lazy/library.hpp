@@ -18,7 +18,9 @@ namespace lazy {
 
 class Library {
  public:
-  explicit Library(const char *soname) : soname_(soname) {}
+  // Constant-initialised, so that it is ready before any static
+  // initialiser of the process could call into the library.
+  constexpr explicit Library(const char *soname) : soname_(soname) {}
 
   // The address of `name`, opening the library on first use; null when
   // either cannot be found.

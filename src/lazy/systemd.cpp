@@ -9,7 +9,7 @@
 #include "lazy/library.hpp"
 
 namespace {
-lazy::Library systemd("libsystemd.so.0");
+constinit lazy::Library systemd("libsystemd.so.0");
 
 // The va_list form of a variadic function, for the variadic one of the
 // same name to forward to.
