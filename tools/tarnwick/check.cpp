@@ -37,14 +37,6 @@ bool isClass(const Ref<PVDictionaryRef> &item, PVStringRef itemClass) {
   return PVEqual(valueOf(item, kVltClass), itemClass);
 }
 
-// The bytes of a data value, to key a map with.
-std::string bytesOf(PVTypeRef data) {
-  if (!data || PVGetTypeID(data) != PVDataGetTypeID()) return "";
-  auto value = static_cast<PVDataRef>(data);
-  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(value)),
-                     static_cast<size_t>(PVDataGetLength(value)));
-}
-
 // A service identifier as the store makes them: a UUID in its text form.
 bool isServiceIdentifier(std::string_view text) {
   if (text.size() != 36) return false;

@@ -82,8 +82,7 @@ std::string encryptedBytes(PVStringRef secret) {
 std::string exportedBytes(PVStringRef secret) {
   auto exported = Ref<PVDataRef>::adopt(JXVPNCreateExportedIPSecSharedSecret(secret));
   if (!exported) throw Failure(Exit::failure, "cannot encode the shared secret");
-  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(exported.get())),
-                     static_cast<size_t>(PVDataGetLength(exported.get())));
+  return bytesOf(exported.get());
 }
 
 // Asked before a secret is typed: a refusal after it would waste it.

@@ -148,6 +148,13 @@ std::string textOf(PVTypeRef value) {
   return PVStringGetCStringPtr(static_cast<PVStringRef>(value));
 }
 
+std::string bytesOf(PVTypeRef value) {
+  if (!value || PVGetTypeID(value) != PVDataGetTypeID()) return "";
+  auto data = static_cast<PVDataRef>(value);
+  return std::string(reinterpret_cast<const char *>(PVDataGetBytePtr(data)),
+                     static_cast<size_t>(PVDataGetLength(data)));
+}
+
 std::string kindOf(PVTypeRef value) {
   PVTypeID type = PVGetTypeID(value);
   if (type == PVStringGetTypeID()) return "a string";

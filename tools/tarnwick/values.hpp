@@ -43,6 +43,8 @@ std::string tableText(PVTypeRef value);
 
 // The text of a string value ("" for anything else).
 std::string textOf(PVTypeRef value);
+// The bytes of a data value ("" for anything else).
+std::string bytesOf(PVTypeRef value);
 // A new string made from UTF-8 text; throws on invalid UTF-8.
 pv::Ref<PVStringRef> makeString(const std::string &utf8);
 

@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "platform/engine/live_connection.hpp"
+#include "platform/prefs/connections.hpp"
 #include "platform/prefs/handles.hpp"
 
 struct ZNNetworkConnection : pv::PVObject {
@@ -38,8 +39,8 @@ namespace {
 using nlohmann::json;
 using zn::fail;
 
-constexpr char kRegistryName[] = "connections.json";
-constexpr char kRegistryLockName[] = "connections.lock";
+using zn::kRegistryLockName;
+using zn::kRegistryName;
 
 constexpr char kNoEngine[] =
     "no VPN engine is on (TARNWICK_ENGINE=none, or NetworkManager does not run on the system "

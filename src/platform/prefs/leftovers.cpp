@@ -22,11 +22,11 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/prefs/connections.hpp"
 #include "platform/prefs/handles.hpp"
 
 namespace {
 
-constexpr char kRegistryLockName[] = "connections.lock";  // connections.cpp's
 constexpr size_t kTemporarySuffix = 6;                    // mkstemp's XXXXXX
 
 bool isTemporaryName(std::string_view name) {
@@ -72,7 +72,7 @@ PVArrayRef ZNPreferencesCopyLeftoverFiles(ZNPreferencesRef prefs, Boolean remove
   return zn::run(__func__, nullptr, [&] {
     ZNPreferences &session = zn::expectSession(prefs);
     zn::ScopedLock locked(session.lock);
-    zn::LockFile registryLock(session.directory + "/" + kRegistryLockName);
+    zn::LockFile registryLock(session.directory + "/" + zn::kRegistryLockName);
     zn::ScopedLock registryLocked(registryLock);
     auto found = pv::Ref<PVMutableArrayRef>::adopt(PVArrayCreateMutable());
     if (!found) throw std::bad_alloc();
