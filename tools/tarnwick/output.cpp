@@ -14,8 +14,8 @@ namespace tarnwick {
 namespace {
 
 [[noreturn]] void cannotWrite(int error) {
-  throw Failure(Exit::failure, std::string("cannot write to standard output: ") +
-                                   std::strerror(error));
+  throw Failure(Exit::failure,
+                std::string("cannot write to standard output: ") + std::strerror(error));
 }
 
 // The next code point of UTF-8 text at `i`, advancing `i`; -1 (one byte
@@ -23,7 +23,11 @@ namespace {
 long nextCodePoint(const std::string &text, size_t &i) {
   auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
   unsigned char lead = byte(i);
-  size_t length = lead < 0x80 ? 1 : (lead >> 5) == 6 ? 2 : (lead >> 4) == 14 ? 3 : (lead >> 3) == 30 ? 4 : 0;
+  size_t length = lead < 0x80         ? 1
+                  : (lead >> 5) == 6  ? 2
+                  : (lead >> 4) == 14 ? 3
+                  : (lead >> 3) == 30 ? 4
+                                      : 0;
   if (length == 0 || i + length > text.size()) {
     ++i;
     return -1;
@@ -49,6 +53,7 @@ bool isControl(long point) { return point < 0x20 || (point >= 0x7f && point < 0x
 
 // wcwidth in a UTF-8 locale, whatever the process's own locale is.
 int columnsOf(long point) {
+  if (point >= 0x20 && point < 0x7f) return 1;  // printable ASCII: most of any table, and cheap
   static locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
   if (!utf8) return 1;
   locale_t previous = uselocale(utf8);
@@ -63,6 +68,15 @@ bool isBlock(const Json &value) {
   if (value.is_object()) return !isDataJson(value);
   if (!value.is_array()) return false;
   return std::any_of(value.begin(), value.end(), [](const Json &item) { return isBlock(item); });
+}
+
+// The width of text as `shown` has made it visible.
+size_t widthShown(const std::string &visible) {
+  size_t width = 0;
+  for (size_t i = 0; i < visible.size();) {
+    width += static_cast<size_t>(columnsOf(nextCodePoint(visible, i)));
+  }
+  return width;
 }
 
 }  // namespace
@@ -102,31 +116,35 @@ std::string shown(const std::string &text) {
   return out;
 }
 
-size_t displayWidth(const std::string &text) {
-  std::string visible = shown(text);
-  size_t width = 0;
-  for (size_t i = 0; i < visible.size();) width += static_cast<size_t>(columnsOf(nextCodePoint(visible, i)));
-  return width;
-}
+size_t displayWidth(const std::string &text) { return widthShown(shown(text)); }
 
 void printTable(const std::vector<std::string> &header,
                 const std::vector<std::vector<std::string>> &rows) {
-  std::vector<size_t> widths(header.size());
-  for (size_t column = 0; column < header.size(); ++column) {
-    widths[column] = displayWidth(header[column]);
-    for (const auto &row : rows) widths[column] = std::max(widths[column], displayWidth(row[column]));
-  }
-  auto printRow = [&](const std::vector<std::string> &row) {
-    std::string line;
-    for (size_t column = 0; column < row.size(); ++column) {
-      line += shown(row[column]);
-      if (column + 1 < row.size())
-        line += std::string(widths[column] - displayWidth(row[column]) + 2, ' ');
-    }
-    emit(line + "\n");
+  // Every cell made visible once, then measured and printed from that.
+  std::vector<std::vector<std::string>> shownRows;
+  shownRows.reserve(rows.size() + 1);
+  auto show = [&](const std::vector<std::string> &row) {
+    auto &cells = shownRows.emplace_back();
+    for (const auto &cell : row) cells.push_back(shown(cell));
   };
-  printRow(header);
-  for (const auto &row : rows) printRow(row);
+  show(header);
+  for (const auto &row : rows) show(row);
+  std::vector<size_t> widths(header.size());
+  for (const auto &cells : shownRows) {
+    for (size_t column = 0; column < cells.size(); ++column) {
+      widths[column] = std::max(widths[column], widthShown(cells[column]));
+    }
+  }
+  std::string out;
+  for (const auto &cells : shownRows) {
+    for (size_t column = 0; column < cells.size(); ++column) {
+      out += cells[column];
+      if (column + 1 < cells.size())
+        out.append(widths[column] - widthShown(cells[column]) + 2, ' ');
+    }
+    out += '\n';
+  }
+  emit(out);
 }
 
 void printFields(const Json &object, size_t indent) {

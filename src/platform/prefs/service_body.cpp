@@ -5,9 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include <cstring>
-
 #include "platform/prefs/error.hpp"
+#include "platform/prefs/stored_reader.hpp"
 #include "platform/values/json.hpp"
 
 namespace zn {
@@ -16,140 +15,6 @@ namespace {
 using nlohmann::json;
 
 [[noreturn]] void corrupt() { fail(kZNStatusCorruptStore); }
-
-DictionaryRef dictionaryAt(const json &value, Arena &arena) {
-  if (!value.is_object()) corrupt();
-  pv::json::Failure ignored;
-  pv::json::Hooks hooks{[&](std::string_view key) { return arena.name(key); }, {}};
-  auto dictionary = DictionaryRef::adopt(
-      static_cast<PVDictionaryRef>(pv::json::createFromJson(value, ignored, hooks)));
-  // {"$data": ...} converts to data, which is no configuration either.
-  if (!dictionary || PVGetTypeID(dictionary.get()) != PVDictionaryGetTypeID()) corrupt();
-  return dictionary;
-}
-
-// Reads the body's outline: the members it names and the text of each
-// value, never decoding a configuration, only finding where it ends. The
-// configurations are decoded (and checked) when first read.
-class Reader {
- public:
-  explicit Reader(std::string_view text) : text_(text) {}
-
-  // Calls `member(key)` for each member of the object here; `member` must
-  // read the member's value. The key is valid during the call.
-  template <typename Member>
-  void object(Member member) {
-    expect('{');
-    if (take('}')) return;
-    std::string decoded;
-    do {
-      std::string_view key = string(decoded);
-      expect(':');
-      member(key);
-    } while (take(','));
-    expect('}');
-  }
-  // Calls `element()` for each element of the array here.
-  template <typename Element>
-  void array(Element element) {
-    expect('[');
-    if (take(']')) return;
-    do {
-      element();
-    } while (take(','));
-    expect(']');
-  }
-  // The string here: a view of the text itself, or of `decoded` holding it
-  // with its escapes undone when it has any.
-  std::string_view string(std::string &decoded) {
-    space();
-    const size_t start = at_;
-    if (!stepOverString()) return text_.substr(start + 1, at_ - start - 2);
-    std::string_view token = text_.substr(start, at_ - start);
-    json value = json::parse(token.begin(), token.end(), nullptr, false);
-    if (!value.is_string()) corrupt();
-    decoded = value.get<std::string>();
-    return decoded;
-  }
-  // The text of the object here, which must be one.
-  std::string_view objectText() {
-    space();
-    if (at_ >= text_.size() || text_[at_] != '{') corrupt();
-    return skip();
-  }
-  // Steps over the value here; its text.
-  std::string_view skip() {
-    space();
-    const size_t start = at_;
-    int depth = 0;
-    do {
-      if (at_ >= text_.size()) corrupt();
-      char c = text_[at_];
-      if (c == '"') {
-        stepOverString();
-        continue;
-      }
-      if (c == '{' || c == '[') ++depth;
-      if (c == '}' || c == ']') --depth;
-      if (depth < 0) corrupt();
-      ++at_;
-      // A number or a literal ends where a delimiter starts.
-      if (depth == 0 && c != '}' && c != ']') {
-        while (at_ < text_.size() && !isDelimiter(text_[at_])) ++at_;
-      }
-    } while (depth > 0);
-    return text_.substr(start, at_ - start);
-  }
-  void end() {
-    space();
-    if (at_ != text_.size()) corrupt();
-  }
-
- private:
-  // Steps over the string that starts here, finding its end a block at a
-  // time (a body is mostly strings); true when it holds an escape.
-  bool stepOverString() {
-    if (!take('"')) corrupt();
-    bool escaped = false;
-    for (;;) {
-      const char *from = text_.data() + at_;
-      const size_t left = text_.size() - at_;
-      const auto *quote = static_cast<const char *>(std::memchr(from, '"', left));
-      if (!quote) corrupt();
-      const auto *backslash = static_cast<const char *>(std::memchr(from, '\\', quote - from));
-      if (!backslash) {
-        at_ += quote - from + 1;
-        return escaped;
-      }
-      escaped = true;
-      at_ += backslash - from + 2;  // the backslash and the character it escapes
-      if (at_ > text_.size()) corrupt();
-    }
-  }
-  static bool isDelimiter(char c) {
-    return c == ',' || c == '}' || c == ']' || c == ' ' || c == '\n' || c == '\t' || c == '\r';
-  }
-  void space() {
-    while (at_ < text_.size() && (text_[at_] == ' ' || text_[at_] == '\n' ||
-                                  text_[at_] == '\t' || text_[at_] == '\r')) {
-      ++at_;
-    }
-  }
-  bool take(char c) {
-    space();
-    if (at_ < text_.size() && text_[at_] == c) {
-      ++at_;
-      return true;
-    }
-    return false;
-  }
-  void expect(char c) {
-    if (!take(c)) corrupt();
-  }
-
-  std::string_view text_;
-  size_t at_ = 0;
-};
 
 StringRef typeNamed(std::string_view text, Arena &arena) {
   PVStringRef type = arena.name(text);
@@ -288,11 +153,7 @@ std::string encodeServiceBody(const ServiceBody &body) {
 }
 
 PVDictionaryRef Configuration::get() const {
-  if (!decoded_ && arena_) {
-    json value = json::parse(stored_.begin(), stored_.end(), nullptr, false);
-    if (value.is_discarded()) corrupt();
-    decoded_ = dictionaryAt(value, *arena_);
-  }
+  if (!decoded_ && arena_) decoded_ = decodeDictionary(stored_, *arena_);
   return decoded_.get();
 }
 

@@ -12,12 +12,43 @@ using ServiceBody = ServiceTest;
 // An entity type the body stores as an escaped key.
 constexpr char kEntity[] = "EAP \"quoted\" \\";
 
-// The same every time it is built, in either process. Quotes and
-// backslashes are escaped in the stored text, which the reader steps over.
+// Every kind of value a configuration holds, at its limits.
 Ref<PVDictionaryRef> configuration() {
+  auto integer = [](int64_t value) {
+    return Ref<PVNumberRef>::adopt(PVNumberCreateWithInt64(value));
+  };
+  auto floating = [](double value) {
+    return Ref<PVNumberRef>::adopt(PVNumberCreateWithDouble(value));
+  };
+  auto integers = array(
+      {integer(INT64_MIN).get(), integer(-1).get(), integer(0).get(), integer(INT64_MAX).get()});
+  auto floats = array({floating(0.1).get(), floating(-2.5e-300).get(), floating(1.0).get(),
+                       floating(1.7976931348623157e308).get()});
   return dict({{"Server", "vpn.example.com"},
-               {"Quoted \"key\"", "a \"b\" \\c\\"},
-               {"Nested", dict({{"Data", bytes(std::string("\0\xFF", 2))}})}});
+               {"Quoted \"key\"", "a \"b\" \\c\\ \u00e9 \xf0\x9f\x94\x91 \x01"},
+               {"Nested", dict({{"Data", bytes(std::string("\0\xFF", 2))},
+                                {"Empty", bytes("")},
+                                {"Lists", array({array({}).get(), dict({}).get()})}})},
+               {"Integers", integers},
+               {"Floats", floats},
+               {"$data", "beside other keys, a key like any other"},
+               {"On", kPVBooleanTrue},
+               {"Off", kPVBooleanFalse}});
+}
+
+// What was read holds integers as integers, floating numbers as floating,
+// and the one true and false objects, which callers compare by identity.
+bool keepsNumberKindsAndBooleans(PVDictionaryRef read) {
+  auto named = [&](const char *key) { return PVDictionaryGetValue(read, text(key).get()); };
+  auto integers = static_cast<PVArrayRef>(named("Integers"));
+  auto floats = static_cast<PVArrayRef>(named("Floats"));
+  for (PVIndex i = 0; i < 4; ++i) {
+    if (PVNumberIsFloatType(at<PVNumberRef>(integers, i)) ||
+        !PVNumberIsFloatType(at<PVNumberRef>(floats, i))) {
+      return false;
+    }
+  }
+  return named("On") == kPVBooleanTrue && named("Off") == kPVBooleanFalse;
 }
 
 bool readsBackEveryPart() {
@@ -34,6 +65,7 @@ bool readsBackEveryPart() {
   auto selected = Ref<ZNNetworkServiceRef>::adopt(ZNNetworkSetCopySelectedVPNService(set.get()));
   auto members = Ref<PVArrayRef>::adopt(ZNNetworkSetCopyServices(set.get()));
   return chainTypes(service) == "PPP/L2TP/IPv4" && PVEqual(plain, expected.get()) &&
+         keepsNumberKindsAndBooleans(plain) &&
          PVEqual(ZNNetworkInterfaceGetExtendedConfiguration(outer, text(kEntity).get()),
                  expected.get()) &&
          PVEqual(ZNNetworkProtocolGetConfiguration(protocol.get()), expected.get()) &&

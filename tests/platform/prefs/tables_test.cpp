@@ -109,6 +109,46 @@ TEST_F(PreferencesTables, DamagedConfigurationFailsOnlyItsOwnRead) {
   EXPECT_EQ(runSql(database, "SELECT name FROM services"), "Renamed");
 }
 
+// A configuration's text is checked as it is decoded: anything a commit
+// never writes fails that read, whatever else of it is well-formed.
+TEST_F(PreferencesTables, ConfigurationTextACommitNeverWritesIsCorrupt) {
+  const std::string database = storeWithOneService(storeDir());
+  const std::string deep = std::string(300, '[') + std::string(300, ']');
+  const std::string configurations[] = {
+      R"({"A": null})",
+      R"({"A": 01})",
+      R"({"A": 1.})",
+      R"({"A": -})",
+      R"({"A": +1})",
+      R"({"A": .5})",
+      R"({"A": nan})",
+      R"({"A": 1e999})",
+      R"({"A": tru})",
+      R"({"A": 1x})",
+      R"({"A": [1,]})",
+      R"({"A": {"B": 1,}})",
+      R"({"A": "\x"})",
+      R"({"A": [1}, "B": {"C": 2]})",
+      R"({"$data": 5})",
+      R"({"$data": "!!"})",
+      R"({"$data": "AQ=="})",           // data, not a dictionary
+      R"({"A": 9223372036854775808})",  // beyond 64-bit integers
+      R"({"A": )" + deep + "}",
+  };
+  for (const std::string &configuration : configurations) {
+    const std::string body = R"({"interfaces":[{"configuration":)" + configuration +
+                             R"(,"type":"IPSec"},{"type":"IPv4"}],"protocols":[]})";
+    ASSERT_EQ(runSql(database, "UPDATE services SET body = '" + body + "'"), "");
+    auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+    auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+    ZNNetworkInterfaceRef outer =
+        ZNNetworkServiceGetInterface(at<ZNNetworkServiceRef>(services.get(), 0));
+    ASSERT_TRUE(outer) << configuration;
+    EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(outer), nullptr) << configuration;
+    EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << configuration;
+  }
+}
+
 // What a commit writes for a service it decoded whole is what it read:
 // stored bodies keep one form, whichever build wrote them.
 TEST_F(PreferencesTables, ABodyDecodedWholeIsWrittenBackAsItWasRead) {
@@ -125,12 +165,13 @@ TEST_F(PreferencesTables, ABodyDecodedWholeIsWrittenBackAsItWasRead) {
     ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
   }
   const std::string written = runSql(database, "SELECT body FROM services");
-  EXPECT_EQ(written,
-            R"({"interfaces":[{"configuration":{"Data":{"$data":"AQ=="},)"
-            R"("Server":"vpn.example.com"},"extended":{"IPSec":{"Method":"SharedSecret"}},)"
-            R"("type":"PPP"},{"configuration":{},"type":"L2TP"},{"configuration":{},"type":"IPv4"}],)"
-            R"("protocols":[{"configuration":{},"type":"IPv4"},{"configuration":{},"type":"DNS"},)"
-            R"({"configuration":{},"type":"Proxies"}]})");
+  EXPECT_EQ(
+      written,
+      R"({"interfaces":[{"configuration":{"Data":{"$data":"AQ=="},)"
+      R"("Server":"vpn.example.com"},"extended":{"IPSec":{"Method":"SharedSecret"}},)"
+      R"("type":"PPP"},{"configuration":{},"type":"L2TP"},{"configuration":{},"type":"IPv4"}],)"
+      R"("protocols":[{"configuration":{},"type":"IPv4"},{"configuration":{},"type":"DNS"},)"
+      R"({"configuration":{},"type":"Proxies"}]})");
   {
     // Everything read, then the name changed: the same text goes back.
     auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
