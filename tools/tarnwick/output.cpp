@@ -120,31 +120,25 @@ size_t displayWidth(const std::string &text) { return widthShown(shown(text)); }
 
 void printTable(const std::vector<std::string> &header,
                 const std::vector<std::vector<std::string>> &rows) {
-  // Every cell made visible once, then measured and printed from that.
-  std::vector<std::vector<std::string>> shownRows;
-  shownRows.reserve(rows.size() + 1);
-  auto show = [&](const std::vector<std::string> &row) {
-    auto &cells = shownRows.emplace_back();
-    for (const auto &cell : row) cells.push_back(shown(cell));
-  };
-  show(header);
-  for (const auto &row : rows) show(row);
   std::vector<size_t> widths(header.size());
-  for (const auto &cells : shownRows) {
-    for (size_t column = 0; column < cells.size(); ++column) {
-      widths[column] = std::max(widths[column], widthShown(cells[column]));
-    }
+  for (size_t column = 0; column < header.size(); ++column) {
+    widths[column] = displayWidth(header[column]);
+    for (const auto &row : rows)
+      widths[column] = std::max(widths[column], displayWidth(row[column]));
   }
-  std::string out;
-  for (const auto &cells : shownRows) {
-    for (size_t column = 0; column < cells.size(); ++column) {
-      out += cells[column];
-      if (column + 1 < cells.size())
-        out.append(widths[column] - widthShown(cells[column]) + 2, ' ');
+  std::string line;  // one buffer for every line
+  auto printRow = [&](const std::vector<std::string> &row) {
+    line.clear();
+    for (size_t column = 0; column < row.size(); ++column) {
+      std::string visible = shown(row[column]);
+      line += visible;
+      if (column + 1 < row.size()) line.append(widths[column] - widthShown(visible) + 2, ' ');
     }
-    out += '\n';
-  }
-  emit(out);
+    line += '\n';
+    emit(line);
+  };
+  printRow(header);
+  for (const auto &row : rows) printRow(row);
 }
 
 void printFields(const Json &object, size_t indent) {

@@ -77,24 +77,27 @@ struct SessionLayer final : ZNNetworkInterface {
 }  // namespace
 
 ZNNetworkInterfaceRef ZNPreferences::layerHandle(const zn::StringRef &serviceId, size_t depth) {
-  std::string_view id = zn::text(serviceId.get());
-  auto found = layers_.find(id);
-  if (found == layers_.end()) found = layers_.try_emplace(std::string(id)).first;
-  std::vector<ZNNetworkInterfaceRef> &handles = found->second;
-  if (handles.size() <= depth) handles.resize(depth + 1, nullptr);
-  if (!handles[depth]) handles[depth] = new SessionLayer(*this, serviceId, depth);
-  return handles[depth];  // the session's reference
+  if (layers_.size() == layers_.capacity()) {
+    layers_.reserve(std::max<size_t>(16, layers_.size() * 2));
+  }
+  ZNNetworkInterfaceRef handle = new SessionLayer(*this, serviceId, depth);
+  layers_.push_back(handle);  // the session's reference; there is room
+  return handle;
+}
+
+void ZNPreferences::carryLayersTo(zn::Document &fresh) noexcept {
+  for (auto &[position, row] : document.services) {
+    if (!row.value.outerLayer) continue;
+    if (zn::Service *same = fresh.services.find(row.id)) same->outerLayer = row.value.outerLayer;
+  }
 }
 
 void ZNPreferences::releaseLayerHandles() noexcept {
-  for (auto &[id, handles] : layers_) {
-    for (ZNNetworkInterfaceRef handle : handles) {
-      if (!handle) continue;
-      // A caller may still hold a reference; the handle then reports its
-      // layer as gone rather than reach a session that no longer exists.
-      static_cast<SessionLayer *>(handle)->detach();
-      PVRelease(handle);
-    }
+  for (ZNNetworkInterfaceRef handle : layers_) {
+    // A caller may still hold a reference; the handle then reports its
+    // layer as gone rather than reach a session that no longer exists.
+    static_cast<SessionLayer *>(handle)->detach();
+    PVRelease(handle);
   }
   layers_.clear();
 }

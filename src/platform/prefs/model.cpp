@@ -108,13 +108,13 @@ Set &Document::addSet(StringRef id) {
   return sets.add(sets.nextPosition(), std::move(key), std::move(set));
 }
 
-void Document::addMember(Set &set, std::string_view serviceId) {
-  set.members.add(nextMember++, std::string(serviceId), Member{});
+void Document::addMember(Set &set, Service &service) {
+  set.members.add(nextMember++, std::string(text(service.id.get())), Member{&service});
 }
 
 void Document::removeService(std::string_view view) {
   const std::string id(view);  // `view` may point into the service being erased
-  services.remove(id);
+  // Memberships first: they point at the service.
   for (auto &[position, row] : sets) {
     Set &set = row.value;
     set.members.remove(id);
@@ -123,6 +123,7 @@ void Document::removeService(std::string_view view) {
       sets.touch(row.id);
     }
   }
+  services.remove(id);
 }
 
 void Document::removeSet(std::string_view view) {

@@ -159,16 +159,16 @@ class Rows {
   // when its identifier is taken or its position is not above every other.
   [[nodiscard]] bool load(int64_t position, std::string id, T value) {
     if (!rows_.empty() && position <= rows_.back()->first) return false;
-    if (index_.contains(id)) return false;
-    append(position, std::move(id), std::move(value));
-    return true;
+    return append(position, std::move(id), std::move(value)) != nullptr;
   }
-  // A new row at `position`, which must be above every other.
+  // A new row at `position`, which must be above every other, for an
+  // identifier no row has.
   T &add(int64_t position, std::string id, T value) {
-    Entry &entry = append(position, std::move(id), std::move(value));
+    Entry *entry = append(position, std::move(id), std::move(value));
+    if (!entry) throw std::logic_error("a row with that identifier exists");
     written_.insert(position);
     added_.insert(position);
-    return entry.second.value;
+    return entry->second.value;
   }
   // Marks an existing row for writing.
   void touch(std::string_view id) { written_.insert(index_.at(id)->first); }
@@ -208,13 +208,14 @@ class Rows {
   }
 
  private:
-  Entry &append(int64_t position, std::string id, T value) {
+  // Null, and nothing added, when the identifier is taken.
+  Entry *append(int64_t position, std::string id, T value) {
     // Room first, so that a failure below leaves nothing behind.
     if (rows_.size() == rows_.capacity()) rows_.reserve(std::max<size_t>(16, rows_.size() * 2));
     auto entry = std::make_unique<Entry>(position, Row{std::move(id), std::move(value)});
-    index_.emplace(entry->second.id, entry.get());
+    if (!index_.emplace(entry->second.id, entry.get()).second) return nullptr;
     rows_.push_back(std::move(entry));
-    return *rows_.back();
+    return rows_.back().get();
   }
   // The slot of the row at `position`, or the end.
   typename Slots::const_iterator slotAt(int64_t position) const {
@@ -279,7 +280,12 @@ class Arena {
   std::unordered_map<std::string, StringRef, TextHash, std::equal_to<>> names_;
 };
 
-struct Member {};  // a set membership: its identifier is the service's
+// A set membership: its identifier is the service's. The service outlives
+// it (a service leaves every set before it leaves the document), so listing
+// a set's services looks none up.
+struct Member {
+  Service *service;
+};
 
 struct Set {
   StringRef id;
@@ -299,7 +305,7 @@ struct Document {
 
   Service &addService(Service service);
   Set &addSet(StringRef id);
-  void addMember(Set &set, std::string_view serviceId);
+  void addMember(Set &set, Service &service);
   // Drops the service with every set's membership and selection of it.
   void removeService(std::string_view id);
   // Drops the set and its memberships; no set is current afterwards if it was.

@@ -4,7 +4,6 @@
 
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -27,11 +26,17 @@ struct ZNPreferences : pv::PVObject {
   void serviceChanged(std::string_view id);
   void setChanged(std::string_view id);
 
-  // The handle of the layer at `depth` (0 is the outermost) of a service's
-  // chain. The session owns it and hands it out borrowed; the handle does
-  // not retain the session (that would be a cycle), so the session detaches
-  // every such handle when it goes away.
+  // A new handle of the layer at `depth` (0 is the outermost) of a
+  // service's chain, which the caller keeps where it finds it again: the
+  // service its outer layer, each layer the one below it. The session owns
+  // it and hands it out borrowed; the handle does not retain the session
+  // (that would be a cycle), so the session detaches every such handle when
+  // it goes away.
   ZNNetworkInterfaceRef layerHandle(const zn::StringRef &serviceId, size_t depth);
+  // Hands each service's layer handles on to the same service in `fresh`,
+  // the copy that replaces this one: a layer keeps its handle for the
+  // session's life.
+  void carryLayersTo(zn::Document &fresh) noexcept;
 
   const std::string directory;
   zn::LockFile lock;
@@ -50,9 +55,7 @@ struct ZNPreferences : pv::PVObject {
  private:
   void releaseLayerHandles() noexcept;
 
-  // By service identifier, then depth; null where none was asked for yet.
-  std::unordered_map<std::string, std::vector<ZNNetworkInterfaceRef>, zn::TextHash, std::equal_to<>>
-      layers_;
+  std::vector<ZNNetworkInterfaceRef> layers_;  // every one made
 };
 
 namespace zn {

@@ -94,7 +94,7 @@ PVArrayRef ZNNetworkSetCopyServices(ZNNetworkSetRef set) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkSet &handle = zn::expectSet(set);
     return zn::createHandleArray(handle.model().members, [&](const auto &member) {
-      return newServiceHandle(handle.prefs(), member.second.id);
+      return new ZNNetworkService(handle.prefs(), *member.second.value.service);
     });
   });
 }
@@ -102,10 +102,11 @@ PVArrayRef ZNNetworkSetCopyServices(ZNNetworkSetRef set) noexcept {
 Boolean ZNNetworkSetAddService(ZNNetworkSetRef set, ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, false, [&] {
     ZNNetworkSet &handle = zn::expectSet(set);
-    std::string_view id = zn::text(serviceOfSameSession(handle, service).id.get());
+    zn::Service &member = serviceOfSameSession(handle, service).model();
     zn::Set &model = handle.model();
-    if (model.members.find(id)) fail(kZNStatusInvalidArgument);  // a member already
-    handle.prefs().document.addMember(model, id);
+    // A member already.
+    if (model.members.find(zn::text(member.id.get()))) fail(kZNStatusInvalidArgument);
+    handle.prefs().document.addMember(model, member);
     return true;
   });
 }

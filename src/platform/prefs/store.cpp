@@ -153,7 +153,9 @@ void ZNPreferencesSynchronize(ZNPreferencesRef prefs) noexcept {
     ZNPreferences &session = zn::expectSession(prefs);
     // Opened afresh: the store's file may have been replaced since.
     zn::Database db = zn::openStore(session.directory, session.lock);
-    session.document = zn::readSnapshot(db);
+    zn::Document fresh = zn::readSnapshot(db);
+    session.carryLayersTo(fresh);
+    session.document = std::move(fresh);
     session.db = std::move(db);
     ++session.epoch;
     checkInvariants(session);

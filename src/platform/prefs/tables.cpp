@@ -117,14 +117,14 @@ void readSets(Database &db, Document &document) {
     set.id = storedString(textAt(row, 1));
     set.name = optionalString(row, 2);
     set.selected = optionalText(row, 3);
+    if (!set.selected.empty() && !document.services.find(set.selected)) corrupt();
     std::string id(text(set.id.get()));
     if (!document.sets.load(integerAt(row, 0), std::move(id), std::move(set))) corrupt();
   }
 }
 
 void readServices(Database &db, Document &document) {
-  Statement row(db,
-                "SELECT position, id, name, enabled, body FROM services ORDER BY position");
+  Statement row(db, "SELECT position, id, name, enabled, body FROM services ORDER BY position");
   while (row.step()) {
     StringRef id = storedString(textAt(row, 1));
     const int64_t enabled = integerAt(row, 3);
@@ -146,9 +146,9 @@ void readMembers(Database &db, Document &document) {
   while (row.step()) {
     const int64_t position = integerAt(row, 0);
     Set *set = document.sets.find(textAt(row, 1));
-    std::string_view service = textAt(row, 2);
-    if (!set || !document.services.find(service) ||
-        !set->members.load(position, std::string(service), Member{})) {
+    std::string_view serviceId = textAt(row, 2);
+    Service *service = document.services.find(serviceId);
+    if (!set || !service || !set->members.load(position, std::string(serviceId), Member{service})) {
       corrupt();
     }
     document.nextMember = position + 1;
@@ -170,8 +170,7 @@ void bindOptional(Statement &statement, int index, PVStringRef string) {
 
 void writeSets(Database &db, const Document &document) {
   Statement removeMember(db, "DELETE FROM members WHERE position = ?");
-  Statement addMember(db,
-                      "INSERT INTO members(position, set_id, service_id) VALUES (?, ?, ?)");
+  Statement addMember(db, "INSERT INTO members(position, set_id, service_id) VALUES (?, ?, ?)");
   Statement removeMembers(
       db, "DELETE FROM members WHERE set_id = (SELECT id FROM sets WHERE position = ?)");
   Statement removeSet(db, "DELETE FROM sets WHERE position = ?");
@@ -259,11 +258,13 @@ Document readSnapshot(Database &db) {
     if (document.generation < 1 || applied < 0 || applied > document.generation) corrupt();
     document.currentSet = optionalText(store, 2);
   }
-  readSets(db, document);
+  // Services first: each set's selection and each membership is checked
+  // as it is read.
   readServices(db, document);
+  readSets(db, document);
   readMembers(db, document);
   read.commit();
-  if (!document.isWhole()) corrupt();
+  if (!document.currentSet.empty() && !document.sets.find(document.currentSet)) corrupt();
   return document;
 }
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <type_traits>
 
-#include "platform/guard/guarded.hpp"
 #include "platform/encoding/utf.hpp"
+#include "platform/guard/guarded.hpp"
 #include "platform/values/object.hpp"
 
 PVString::PVString(std::string text, bool mutableString)
@@ -45,6 +45,14 @@ const PVString *asString(PVStringRef s) { return s && s->kind == pv::Kind::Strin
 
 PVStringRef makeString(std::string text) {
   return platform::guarded([&] { return new PVString(std::move(text), false); });
+}
+
+// ASCII without U+0000, as identifiers and most names are: valid as it
+// stands, checked in one pass.
+bool isPlainAscii(std::string_view text) {
+  bool plain = true;
+  for (char c : text) plain &= static_cast<unsigned char>(c) - 1u < 0x7fu;  // 0x01 to 0x7f
+  return plain;
 }
 
 // The encoding as a number, read without an enum load: a C caller may pass
@@ -176,7 +184,8 @@ PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
   return platform::guarded([&]() -> PVStringRef {
     if (encoding == kPVStringEncodingUTF8) {
       std::string_view text(reinterpret_cast<const char *>(bytes), static_cast<size_t>(count));
-      if (!pv::utf::isValidUtf8(text) || text.find('\0') != std::string_view::npos) {
+      if (!isPlainAscii(text) &&
+          (!pv::utf::isValidUtf8(text) || text.find('\0') != std::string_view::npos)) {
         return nullptr;
       }
       return makeString(std::string(text));

@@ -87,5 +87,30 @@ TEST_F(NetworkInterface, LayerHandlesOutliveTheirServiceAndTheirSession) {
   EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
 }
 
+// Re-reading the store keeps every layer's handle: a caller comparing
+// handles, or holding one borrowed, sees the same layer afterwards.
+TEST_F(NetworkInterface, SynchronizeKeepsEachLayersHandle) {
+  auto kept = createService(prefs_.get(), Chain::L2TP, "Kept");
+  auto gone = createService(prefs_.get(), Chain::IPSec, "Gone");
+  ASSERT_TRUE(ZNPreferencesCommitChanges(prefs_.get()));
+  ZNNetworkInterfaceRef outer = ZNNetworkServiceGetInterface(kept.get());
+  ZNNetworkInterfaceRef middle = ZNNetworkInterfaceGetInterface(outer);
+  auto goneOuter = Ref<ZNNetworkInterfaceRef>::retain(ZNNetworkServiceGetInterface(gone.get()));
+  {
+    auto other = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+    auto copy = Ref<ZNNetworkServiceRef>::adopt(
+        ZNNetworkServiceCopy(other.get(), ZNNetworkServiceGetServiceID(gone.get())));
+    ASSERT_TRUE(ZNNetworkServiceRemove(copy.get()));
+    ASSERT_TRUE(ZNPreferencesCommitChanges(other.get()));
+  }
+
+  ZNPreferencesSynchronize(prefs_.get());
+  EXPECT_EQ(ZNNetworkServiceGetInterface(kept.get()), outer);
+  EXPECT_EQ(ZNNetworkInterfaceGetInterface(outer), middle);
+  EXPECT_EQ(textOf(ZNNetworkInterfaceGetInterfaceType(middle)), "L2TP");
+  EXPECT_EQ(ZNNetworkInterfaceGetInterfaceType(goneOuter.get()), nullptr);
+  EXPECT_EQ(ZNError(), kZNStatusNoSuchObject);
+}
+
 }  // namespace
 }  // namespace tw::test
