@@ -37,11 +37,12 @@ struct FreeLayer final : ZNNetworkInterface {
 };
 
 struct SessionLayer final : ZNNetworkInterface {
-  SessionLayer(ZNPreferences &session, zn::StringRef serviceId, size_t depth)
+  SessionLayer(ZNPreferences &session, zn::Service &service, size_t depth)
       : ZNNetworkInterface(false),
         session_(&session),
-        serviceId_(std::move(serviceId)),
-        depth_(depth) {}
+        serviceId_(service.id),
+        depth_(depth),
+        locator_(service, session.epoch) {}
   const zn::Layer &layer() const override { return find(); }
   zn::Layer &layerForChange() override {
     zn::Layer &found = find();
@@ -51,16 +52,17 @@ struct SessionLayer final : ZNNetworkInterface {
   ZNNetworkInterfaceRef below() const override {
     if (depth_ + 1 >= chain().size()) return nullptr;
     // Both belong to the session, which keeps them as long as it lives.
-    if (!below_) below_ = session_->layerHandle(serviceId_, depth_ + 1);
+    if (!below_) below_ = session_->layerHandle(service(), depth_ + 1);
     return below_;
   }
   void detach() { session_ = nullptr; }
 
  private:
-  std::vector<zn::Layer> &chain() const {
+  zn::Service &service() const {
     if (!session_) fail(kZNStatusNoSuchObject);
-    return locator_.locate(*session_, serviceId_.get()).body().chain;
+    return locator_.locate(*session_, serviceId_.get());
   }
+  std::vector<zn::Layer> &chain() const { return service().body().chain; }
   zn::Layer &find() const {
     std::vector<zn::Layer> &layers = chain();
     if (depth_ >= layers.size()) fail(kZNStatusNoSuchObject);
@@ -76,11 +78,11 @@ struct SessionLayer final : ZNNetworkInterface {
 
 }  // namespace
 
-ZNNetworkInterfaceRef ZNPreferences::layerHandle(const zn::StringRef &serviceId, size_t depth) {
+ZNNetworkInterfaceRef ZNPreferences::layerHandle(zn::Service &service, size_t depth) {
   if (layers_.size() == layers_.capacity()) {
     layers_.reserve(std::max<size_t>(16, layers_.size() * 2));
   }
-  ZNNetworkInterfaceRef handle = new SessionLayer(*this, serviceId, depth);
+  ZNNetworkInterfaceRef handle = new SessionLayer(*this, service, depth);
   layers_.push_back(handle);  // the session's reference; there is room
   return handle;
 }

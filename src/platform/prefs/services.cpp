@@ -98,7 +98,7 @@ ZNNetworkInterfaceRef ZNNetworkServiceGetInterface(ZNNetworkServiceRef service) 
     ZNNetworkService &handle = zn::expectService(service);
     zn::Service &model = handle.model();
     model.body();
-    if (!model.outerLayer) model.outerLayer = handle.prefs().layerHandle(handle.id, 0);
+    if (!model.outerLayer) model.outerLayer = handle.prefs().layerHandle(model, 0);
     return model.outerLayer;
   });
 }

@@ -32,7 +32,7 @@ struct ZNPreferences : pv::PVObject {
   // it and hands it out borrowed; the handle does not retain the session
   // (that would be a cycle), so the session detaches every such handle when
   // it goes away.
-  ZNNetworkInterfaceRef layerHandle(const zn::StringRef &serviceId, size_t depth);
+  ZNNetworkInterfaceRef layerHandle(zn::Service &service, size_t depth);
   // Hands each service's layer handles on to the same service in `fresh`,
   // the copy that replaces this one: a layer keeps its handle for the
   // session's life.
