@@ -119,8 +119,7 @@ TEST_F(Check, SecretsOfServicesThatAreGoneAreRemovedAndOthersKept) {
 }
 
 TEST_F(Check, ServicesPointingAtMissingItemsForgetThemAndSayWhatToDo) {
-  ASSERT_EQ(tool({"install", example("ipsec-certificate.json")}).exitCode, 0);
-  ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
+  ASSERT_TRUE(installed({"ipsec-certificate.json", "l2tp.json"}));
   ASSERT_EQ(VltItemDelete(dict({{kVltClass, kVltClassIdentity}}).get()), kVltSuccess);
   std::string l2tp = tool({"--json", "show", "Harbour Office (L2TP)"}).json()["id"];
   ASSERT_EQ(VltItemDelete(dict({{kVltAttrService, (l2tp + ".SS").c_str()}}).get()), kVltSuccess);

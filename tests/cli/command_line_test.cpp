@@ -35,12 +35,8 @@ TEST_F(CommandLine, VersionUnknownCommandsAndHelpAreAnsweredAsSuch) {
     EXPECT_EQ(result.err, message);
   }
   for (const auto &command : kCommands) {
-    std::vector<std::string> help = {"help"};
-    help.insert(help.end(), command.begin(), command.end());
-    ToolResult viaHelp = tool(help);
-    std::vector<std::string> flag = command;
-    flag.push_back("--help");
-    ToolResult viaFlag = tool(flag);
+    ToolResult viaHelp = tool(concat({"help"}, command));
+    ToolResult viaFlag = tool(concat(command, {"--help"}));
     EXPECT_EQ(viaHelp.exitCode, 0) << command[0];
     EXPECT_EQ(viaHelp.out, viaFlag.out) << command[0];
     for (const char *global : {"--store", "--json", "--wait", "--no-wait", "Exit codes:"}) {
@@ -56,9 +52,7 @@ TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {
       {"list"}, {"--json", "list"}, {"dump"}, {"show", "Harbour Office (L2TP)"},
       {"export", "Harbour Office (L2TP)"}, {"status"}, {"--help"}, {"--version"}};
   for (const auto &command : commands) {
-    std::vector<std::string> args = {"--store", storeDir()};
-    args.insert(args.end(), command.begin(), command.end());
-    ToolResult result = toolWithoutStore(args, {}, "/dev/full");
+    ToolResult result = toolWithoutStore(concat({"--store", storeDir()}, command), {}, "/dev/full");
     EXPECT_EQ(result.exitCode, 1) << command.back();
     EXPECT_NE(result.err.find("cannot write to standard output"), std::string::npos)
         << command.back() << ": " << result.err;
@@ -161,9 +155,7 @@ TEST_F(CommandLine, EveryCommandSpeaksJsonWithOneVocabulary) {
       {"export", id, "-o", workFile("out.json")},
   };
   for (const auto &change : changes) {
-    std::vector<std::string> args = {"--json"};
-    args.insert(args.end(), change.begin(), change.end());
-    ToolResult result = tool(args);
+    ToolResult result = tool(concat({"--json"}, change));
     ASSERT_EQ(result.exitCode, 0) << change[0] << ": " << result.err;
     EXPECT_EQ(result.json()["service"]["id"], id) << change[0];
   }

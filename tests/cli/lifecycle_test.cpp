@@ -27,15 +27,6 @@ std::set<std::string> names(const json &services) {
   return result;
 }
 
-// A key the installation has no use for is named, never dropped silently.
-TEST_F(Lifecycle, InstallNamesThePayloadKeysItDidNotUse) {
-  writeFile("extra.json", R"({"VPNType": "IPSec", "PayloadDisplayName": "Extra", "IPSec": {},
-                              "PPP": {}, "Bogus": 1})");
-  ToolResult result = tool({"--json", "install", workFile("extra.json")});
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_EQ(result.json()["installed"][0]["unusedKeys"], json::array({"Bogus", "PPP"}));
-}
-
 TEST_F(Lifecycle, EveryExampleInstallsShowsExportsAndLeavesNothingWhenRemoved) {
   std::set<std::string> installed;
   for (const std::string &payload : examplePayloads()) {

@@ -1,8 +1,7 @@
 // What install checks before it touches the store, and what it reports
-// about a payload it installs: malformed payloads by their documented exit
-// code, "$file" kept inside the payload's folder, keys nothing reads,
-// secrets nothing keeps or that would stay in clear; several payloads in
-// one change, all or none.
+// about a payload it installs: "$file" kept inside the payload's folder,
+// keys nothing reads, secrets nothing keeps or that would stay in clear;
+// several payloads in one change, all or none.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,53 +14,6 @@ namespace {
 
 using PayloadChecks = CliTest;
 using nlohmann::json;
-
-struct Refused {
-  const char *name;
-  std::string text;
-  std::string message;  // what stderr holds after "tarnwick: <file>"
-};
-
-// Each is refused with exit 3, one line naming the file, and no payload
-// text quoted: the passwords next to the errors never reach stderr.
-TEST_F(PayloadChecks, MalformedPayloadsAreRefusedWithExitThreeAndQuoteNoPayloadText) {
-  std::string deep(100000, '[');
-  const Refused cases[] = {
-      {"duplicate", R"({"VPNType": "PPTP", "PPP": {"AuthName": "a", "AuthName": "b"}})",
-       " at PPP.AuthName: the key appears more than once"},
-      {"last-read", "{\"VPNType\": \"PPTP\", \"PPP\": {\"AuthPassword\": hunter2-secret}}",
-       ":1:45: syntax error while parsing value - invalid literal"},
-      {"control", "{\"VPNType\": \"PPTP\", \"PPP\": {\"AuthPassword\": \"hunter2-secret\n\"}}",
-       ":1:60: syntax error while parsing value - invalid string: control character"},
-      {"nul", R"({"VPNType": "PPTP", "PPP": {"AuthName": "a\u0000hunter2-secret"}})",
-       " at PPP.AuthName: text that is not UTF-8, or holds a NUL"},
-      {"huge-number", R"({"VPNType": "PPTP", "PPP": {"LCPEchoInterval": 1e999}})",
-       ": a number beyond the range of a double"},
-      {"deep", "{\"VPNType\": \"PPTP\", \"x\": " + deep, ":1:100026: syntax error"},
-      {"deep-valid", "{\"VPNType\": \"PPTP\", \"x\": " + std::string(300, '[') +
-                         std::string(300, ']') + "}",
-       " at x[0][0][0]"},
-      {"number-for-string", R"({"VPNType": "PPTP", "PPP": {"AuthName": 12345}})",
-       ": \"PPP.AuthName\" must be a string, not a number"},
-      {"list-of-numbers", R"({"VPNType": "VPN", "VPNSubType": "x", "VPN": {"OnDemandMatchDomainsNever": [1]}})",
-       ": \"VPN.OnDemandMatchDomainsNever[0]\" must be a string, not a number"},
-  };
-  for (const Refused &bad : cases) {
-    std::string file = workFile(std::string(bad.name) + ".json");
-    writeFile(std::string(bad.name) + ".json", bad.text);
-    ToolResult result = tool({"install", file});
-    EXPECT_EQ(result.exitCode, 3) << bad.name << ": " << result.err;
-    EXPECT_EQ(result.err.rfind("tarnwick: " + file + bad.message, 0), 0u) << result.err;
-    EXPECT_EQ(result.err.find("hunter2"), std::string::npos) << result.err;
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-  }
-  // A directory is no payload either.
-  ToolResult directory = tool({"install", workFile("")});
-  EXPECT_EQ(directory.exitCode, 3);
-  EXPECT_NE(directory.err.find("a directory, not a payload file"), std::string::npos)
-      << directory.err;
-  EXPECT_FALSE(std::filesystem::exists(storeDir() + "/preferences.db"));  // nothing was made
-}
 
 // "$file" reads a regular file of at most 1 MiB inside the payload's
 // folder; nothing else, however it is named.
@@ -180,6 +132,7 @@ TEST_F(PayloadChecks, SeveralPayloadsInstallAllOrNothing) {
   ToolResult failed = tool({"install", example("l2tp.json"), example("http-proxy.json"),
                             workFile("wrong.json")});
   EXPECT_EQ(failed.exitCode, 7) << failed.err;
+  EXPECT_NE(failed.err.find("could not be imported"), std::string::npos) << failed.err;
   EXPECT_EQ(tool({"dump"}).out, before);
   // The PPTP service's password was the Coffer's only item, and still is.
   ASSERT_EQ(tool({"remove", "Harbour Legacy (PPTP)"}).exitCode, 0);

@@ -1,6 +1,5 @@
 // get, set and select through the built binary: each key lands in the layer
 // or protocol the library gives it.
-#include <algorithm>
 #include <filesystem>
 
 #include "cli/tool_runner.hpp"
@@ -11,64 +10,8 @@ namespace {
 using Properties = CliTest;
 using nlohmann::json;
 
-// A service that an example payload installs.
-struct Example {
-  const char *payload;
-  const char *service;
-};
-const Example kL2TP = {"l2tp.json", "Harbour Office (L2TP)"};
-const Example kVendor = {"vendor-vpn.json", "Tidewater Secure Access"};
-
-struct PropertyCase {
-  Example example;
-  std::vector<std::string> setArguments;  // after "set SERVICE"
-  const char *where;                      // JSON pointer into `show --json`
-  json expected;
-};
-
-TEST_F(Properties, SetKeysLandInTheirLayerOrProtocolAndReadBack) {
-  const PropertyCase cases[] = {
-      {kL2TP, {"LCPEchoInterval", "60"}, "/layers/0/configuration/LCPEchoInterval", 60},
-      {kL2TP, {"XAuthName", "alice"}, "/layers/0/extended/IPSec/XAuthName", "alice"},
-      {kL2TP,
-       {"HTTPProxy", "proxy.example.com"},
-       "/protocols/Proxies/HTTPProxy",
-       "proxy.example.com"},
-      {kL2TP,
-       {"Note", "{\"$data\": \"AAE=\"}", "--protocol", "IPv4", "--force"},
-       "/protocols/IPv4/Note",
-       {{"$data", "AAE="}}},
-      // The VPN layer's key of the shared text, on a vendor VPN service.
-      {kVendor,
-       {"OnDemandMatchDomainsNever", "[]"},
-       "/layers/0/configuration/OnDemandMatchDomainsNever",
-       json::array()},
-      {kVendor,
-       {"Realm", "guests", "--type", "com.example.tidewater.vpn"},
-       "/layers/1/configuration/Realm",
-       "guests"},
-  };
-  for (const PropertyCase &property : cases) {
-    const char *service = property.example.service;
-    ASSERT_EQ(tool({"install", example(property.example.payload)}).exitCode, 0);
-    std::vector<std::string> set = {"set", service};
-    set.insert(set.end(), property.setArguments.begin(), property.setArguments.end());
-    ToolResult result = tool(set);
-    ASSERT_EQ(result.exitCode, 0) << property.setArguments[0] << ": " << result.err;
-    json shown = tool({"--json", "show", service}).json();
-    EXPECT_EQ(shown[json::json_pointer(property.where)], property.expected) << property.where;
-    std::vector<std::string> get = {"--json", "get", service};
-    get.insert(get.end(), property.setArguments.begin(), property.setArguments.end());
-    get.erase(get.begin() + 4);  // the value
-    get.erase(std::remove(get.begin(), get.end(), "--force"), get.end());
-    EXPECT_EQ(json::parse(tool(get).out)["value"], property.expected) << property.where;
-  }
-}
-
 TEST_F(Properties, SelectMakesTheServiceTheSelectedOne) {
-  for (const char *payload : {"l2tp.json", "pptp.json"}) {
-    ASSERT_EQ(tool({"install", example(payload)}).exitCode, 0);
-  }
+  ASSERT_TRUE(installed({"l2tp.json", "pptp.json"}));
   auto selected = [&] {
     std::string name;
     for (const auto &service : tool({"--json", "list"}).json()) {
@@ -81,31 +24,50 @@ TEST_F(Properties, SelectMakesTheServiceTheSelectedOne) {
   EXPECT_EQ(selected(), "Harbour Office (L2TP)");
 }
 
-// VALUE takes the kind of the key: "12345" stays a name, a number must be
-// one, a flag is yes or no; what the library does not know needs --force.
-TEST_F(Properties, SetConvertsByTheKeysKindAndRefusesUnknownKeysUnlessForced) {
-  ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
-  std::string service = kL2TP.service;
+// Each key lands in the layer or protocol the library gives it and reads
+// back. VALUE takes the kind of the key: "12345" stays a name, a number
+// must be one, a flag is yes or no; what the library does not know needs
+// --force.
+TEST_F(Properties, SetPutsEachKeyInItsPlaceByItsKindAndRefusesUnknownKeysUnlessForced) {
+  ASSERT_TRUE(installed({"l2tp.json", "vendor-vpn.json"}));
+  const std::string service = "Harbour Office (L2TP)", vendor = "Tidewater Secure Access";
   struct Case {
+    std::string service;
     std::vector<std::string> set;  // after "set SERVICE"
     const char *where;             // JSON pointer into `show --json`
     json expected;
   } accepted[] = {
-      {{"AuthName", "12345"}, "/layers/0/configuration/AuthName", "12345"},
-      {{"LCPEchoInterval", "-5"}, "/layers/0/configuration/LCPEchoInterval", -5},
-      {{"CCPEnabled", "no"}, "/layers/0/configuration/CCPEnabled", 0},
-      {{"AuthEAPPlugins", "a, b"}, "/layers/0/configuration/AuthEAPPlugins", json({"a", "b"})},
-      {{"AuthEAPPlugins", "[\"c\"]"}, "/layers/0/configuration/AuthEAPPlugins", json({"c"})},
-      {{"Bogus", "{\"a\": 1}", "--force"}, "/layers/0/configuration/Bogus", json({{"a", 1}})},
-      {{"Anything", "x", "--type", "EAP"}, "/layers/0/extended/EAP/Anything", "x"},
+      {service, {"LCPEchoInterval", "60"}, "/layers/0/configuration/LCPEchoInterval", 60},
+      {service, {"XAuthName", "alice"}, "/layers/0/extended/IPSec/XAuthName", "alice"},
+      {service, {"HTTPProxy", "proxy.example.com"}, "/protocols/Proxies/HTTPProxy",
+       "proxy.example.com"},
+      {service, {"Note", "{\"$data\": \"AAE=\"}", "--protocol", "IPv4", "--force"},
+       "/protocols/IPv4/Note", {{"$data", "AAE="}}},
+      // The VPN layer's key of the shared text, on a vendor VPN service.
+      {vendor, {"OnDemandMatchDomainsNever", "[]"},
+       "/layers/0/configuration/OnDemandMatchDomainsNever", json::array()},
+      {vendor, {"Realm", "guests", "--type", "com.example.tidewater.vpn"},
+       "/layers/1/configuration/Realm", "guests"},
+      {service, {"AuthName", "12345"}, "/layers/0/configuration/AuthName", "12345"},
+      {service, {"LCPEchoInterval", "-5"}, "/layers/0/configuration/LCPEchoInterval", -5},
+      {service, {"CCPEnabled", "no"}, "/layers/0/configuration/CCPEnabled", 0},
+      {service, {"AuthEAPPlugins", "a, b"}, "/layers/0/configuration/AuthEAPPlugins",
+       json({"a", "b"})},
+      {service, {"AuthEAPPlugins", "[\"c\"]"}, "/layers/0/configuration/AuthEAPPlugins",
+       json({"c"})},
+      {service, {"Bogus", "{\"a\": 1}", "--force"}, "/layers/0/configuration/Bogus",
+       json({{"a", 1}})},
+      {service, {"Anything", "x", "--type", "EAP"}, "/layers/0/extended/EAP/Anything", "x"},
   };
   for (const Case &set : accepted) {
-    std::vector<std::string> args = {"set", service};
-    args.insert(args.end(), set.set.begin(), set.set.end());
-    ToolResult result = tool(args);
+    ToolResult result = tool(concat({"set", set.service}, set.set));
     ASSERT_EQ(result.exitCode, 0) << set.set[0] << ": " << result.err;
-    json shown = tool({"--json", "show", service}).json();
+    json shown = tool({"--json", "show", set.service}).json();
     EXPECT_EQ(shown[json::json_pointer(set.where)], set.expected) << set.where;
+    std::vector<std::string> get = concat({"--json", "get", set.service}, set.set);
+    get.erase(get.begin() + 4);  // the value
+    std::erase(get, "--force");
+    EXPECT_EQ(tool(get).json()["value"], set.expected) << set.where;
   }
   std::string before = tool({"dump"}).out;
   const std::pair<std::vector<std::string>, std::string> refused[] = {
@@ -119,9 +81,7 @@ TEST_F(Properties, SetConvertsByTheKeysKindAndRefusesUnknownKeysUnlessForced) {
       {{"AuthPassword", "x"}, "\"AuthPassword\" holds a secret"},
   };
   for (const auto &[set, message] : refused) {
-    std::vector<std::string> args = {"set", service};
-    args.insert(args.end(), set.begin(), set.end());
-    ToolResult result = tool(args);
+    ToolResult result = tool(concat({"set", service}, set));
     EXPECT_EQ(result.exitCode, 2) << set[0];
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
@@ -170,8 +130,7 @@ TEST_F(Properties, UnsetEnableDisableAndRenameChangeTheService) {
 // --id, --name and --file say what an argument is; without them a service
 // of that identifier or name wins over a file that happens to bear it.
 TEST_F(Properties, ArgumentsSayWhatTheyNameAndAServiceWinsOverAFile) {
-  ASSERT_EQ(tool({"install", example("pptp.json")}).exitCode, 0);
-  ASSERT_EQ(tool({"install", example("l2tp.json")}).exitCode, 0);
+  ASSERT_TRUE(installed({"pptp.json", "l2tp.json"}));
   std::string pptp = "Harbour Legacy (PPTP)";
   std::string id = tool({"--json", "show", pptp}).json()["id"];
   EXPECT_EQ(tool({"show", "--id", pptp}).exitCode, 4);

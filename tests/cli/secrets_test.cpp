@@ -32,9 +32,8 @@ TEST_F(Secrets, NoOutputOfAnyCommandHoldsASecret) {
   std::vector<ToolResult> outputs;
   for (const std::vector<std::string> &mode :
        {std::vector<std::string>{"--json"}, std::vector<std::string>{}}) {
-    auto run = [&](std::vector<std::string> args) {
-      args.insert(args.begin(), mode.begin(), mode.end());
-      outputs.push_back(tool(args));
+    auto run = [&](const std::vector<std::string> &args) {
+      outputs.push_back(tool(concat(mode, args)));
       return outputs.back();
     };
     for (const std::string &payload : payloads) ASSERT_EQ(run({"install", payload}).exitCode, 0);
@@ -74,9 +73,7 @@ TEST_F(Secrets, PasswordsAndSharedSecretsAreReadFromStandardInput) {
 }
 
 TEST_F(Secrets, SharedSecretMovesBetweenServicesInEitherEncoding) {
-  for (const char *payload : {"l2tp.json", "ipsec-shared-secret.json"}) {
-    ASSERT_EQ(tool({"install", example(payload)}).exitCode, 0);
-  }
+  ASSERT_TRUE(installed({"l2tp.json", "ipsec-shared-secret.json"}));
   std::string from = "Harbour Office (L2TP)", to = "Harbour Gateway (IPSec)";
   auto exported = [&](const std::string &service, bool encrypted) {
     std::vector<std::string> args = {"secret", "export", service};
@@ -122,9 +119,7 @@ TEST_F(Secrets, PipedSecretsLoseTheirLineEnding) {
 // Storing a shared secret makes a service authenticate with it: never done
 // behind the back of a certificate, PPTP or vendor service.
 TEST_F(Secrets, SharedSecretIsRefusedWhereNoneIsUsedUnlessForced) {
-  for (const char *payload : {"ipsec-certificate.json", "pptp.json", "vendor-vpn.json"}) {
-    ASSERT_EQ(tool({"install", example(payload)}).exitCode, 0);
-  }
+  ASSERT_TRUE(installed({"ipsec-certificate.json", "pptp.json", "vendor-vpn.json"}));
   const std::pair<const char *, const char *> cases[] = {
       {"Harbour Gateway (certificate)", "would switch it to shared-secret authentication"},
       {"Harbour Legacy (PPTP)", "would add an IPSec configuration"},

@@ -82,6 +82,15 @@ ToolResult CliTest::finish(const Running &running) {
   return result;
 }
 
+bool CliTest::installed(std::initializer_list<const char *> payloads) const {
+  for (const char *payload : payloads) {
+    ToolResult result = tool({"install", example(payload)});
+    EXPECT_EQ(result.exitCode, 0) << payload << ": " << result.err;
+    if (result.exitCode != 0) return false;
+  }
+  return true;
+}
+
 const std::string &CliTest::examples() {
   // Made once per test process, removed when the process ends.
   struct Copy {

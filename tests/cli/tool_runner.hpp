@@ -5,12 +5,20 @@
 #include <sys/types.h>
 
 #include <nlohmann/json.hpp>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 #include "support/test_support.hpp"
 
 namespace tw::test {
+
+// `head` followed by `tail`: a command line made of a fixed part and a case's.
+inline std::vector<std::string> concat(std::vector<std::string> head,
+                                       const std::vector<std::string> &tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
+}
 
 struct ToolResult {
   int exitCode = -1;
@@ -62,6 +70,10 @@ class CliTest : public StoreTest {
                               const std::string &output = "") const {
     return finish(launch(args, environment, "", "tool", output));
   }
+
+  // Installs each example payload in turn; false, with the failure
+  // recorded, at the first the tool refuses.
+  bool installed(std::initializer_list<const char *> payloads) const;
 
   // A copy of examples/ with the client identity made, shared by the tests
   // of this process.
