@@ -75,18 +75,28 @@ class EngineOff : public ServiceTest {
   ZNNetworkServiceRef inexpressible_ = nullptr;
 };
 
-TEST_F(EngineOff, NoneSendsNothingAndRemembersNothing) {
-  engine("none");
-  EXPECT_STREQ(ZNEngineGetName(), "none");
-  Ref<PVDictionaryRef> report = applyAndReport();
-  EXPECT_EQ(text(report.get(), "Engine"), "none");
-  EXPECT_EQ(text(report.get(), "Failure"), "(null)");
-  // Nothing to hand the services to, so none is mapped or listed.
-  EXPECT_EQ(states(report.get()), "");
-  EXPECT_FALSE(std::filesystem::exists(storeDir() + "/" + engine::kMemoryName));
-  // The report is the caller's, and taking it starts the next afresh.
-  EXPECT_EQ(PVGetRetainCount(report.get()), 1);
-  EXPECT_EQ(ZNEngineCopyReport(), nullptr);
+// Off, unset with no engine in reach, or a name not understood (which is
+// said): the engine is none, which sends nothing and remembers nothing.
+TEST_F(EngineOff, NoneUnsetOrNotUnderstoodIsNoneAndSendsNothing) {
+  const std::pair<const char *, const char *> cases[] = {
+      {"none", "(null)"},
+      {nullptr, "(null)"},
+      {"netwrokmanager", "TARNWICK_ENGINE must be none or networkmanager, not \"netwrokmanager\""},
+  };
+  for (const auto &[setting, failure] : cases) {
+    SCOPED_TRACE(setting ? setting : "unset");
+    engine(setting);
+    EXPECT_STREQ(ZNEngineGetName(), "none");
+    Ref<PVDictionaryRef> report = applyAndReport();
+    EXPECT_EQ(text(report.get(), "Engine"), "none");
+    EXPECT_EQ(text(report.get(), "Failure"), failure);
+    // Nothing to hand the services to, so none is mapped or listed.
+    EXPECT_EQ(states(report.get()), "");
+    EXPECT_FALSE(std::filesystem::exists(storeDir() + "/" + engine::kMemoryName));
+    // The report is the caller's, and taking it starts the next afresh.
+    EXPECT_EQ(PVGetRetainCount(report.get()), 1);
+    EXPECT_EQ(ZNEngineCopyReport(), nullptr);
+  }
 }
 
 TEST_F(EngineOff, AForcedEngineOutOfReachNeverFailsAnApply) {
@@ -103,23 +113,6 @@ TEST_F(EngineOff, AForcedEngineOutOfReachNeverFailsAnApply) {
   ASSERT_TRUE(ZNEngineApply(prefs_.get()));
   report = Ref<PVDictionaryRef>::adopt(ZNEngineCopyReport());
   EXPECT_EQ(states(report.get()), "Legacy: out-of-date, Gateway: cannot-express");
-}
-
-TEST_F(EngineOff, UnforcedAndOutOfReachTheEngineIsNone) {
-  engine(nullptr);
-  EXPECT_STREQ(ZNEngineGetName(), "none");
-  Ref<PVDictionaryRef> report = applyAndReport();
-  EXPECT_EQ(text(report.get(), "Engine"), "none");
-  EXPECT_EQ(text(report.get(), "Failure"), "(null)");
-}
-
-TEST_F(EngineOff, AnEngineNameNotUnderstoodIsSaidAndTakenAsNone) {
-  engine("netwrokmanager");
-  EXPECT_STREQ(ZNEngineGetName(), "none");
-  Ref<PVDictionaryRef> report = applyAndReport();
-  EXPECT_EQ(text(report.get(), "Engine"), "none");
-  EXPECT_EQ(text(report.get(), "Failure"),
-            "TARNWICK_ENGINE must be none or networkmanager, not \"netwrokmanager\"");
 }
 
 TEST_F(EngineOff, StatusTellsTheGenerationsAndChangesNothing) {
