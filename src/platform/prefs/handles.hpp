@@ -63,6 +63,7 @@ struct ZNNetworkProtocol : zn::SessionObject<pv::Kind::NetworkProtocol> {
                zn::text(static_cast<const ZNNetworkProtocol &>(other).type.get());
   }
   zn::Protocol &model() const;
+  zn::Protocol &modelForChange() const;
   void changed() const { prefs().serviceChanged(zn::text(id.get())); }
 
   const zn::StringRef type;
@@ -83,6 +84,8 @@ struct ZNNetworkInterface : pv::PVObject {
   virtual zn::Layer &layerForChange() = 0;
   // The next layer down (borrowed), null at the bottom.
   virtual ZNNetworkInterfaceRef below() const = 0;
+  // The layer's type (borrowed); throws as layer() does.
+  virtual PVStringRef type() const { return layer().type.get(); }
 };
 
 namespace zn {

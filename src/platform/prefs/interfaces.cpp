@@ -49,8 +49,15 @@ struct SessionLayer final : ZNNetworkInterface {
     session_->serviceChanged(zn::text(serviceId_.get()));
     return found;
   }
+  // Types and depth come from the service's outline: telling a chain's
+  // types reads no layer.
+  PVStringRef type() const override {
+    zn::Service &found = service();
+    if (depth_ >= found.layerCount()) fail(kZNStatusNoSuchObject);
+    return found.layerType(depth_);
+  }
   ZNNetworkInterfaceRef below() const override {
-    if (depth_ + 1 >= chain().size()) return nullptr;
+    if (depth_ + 1 >= service().layerCount()) return nullptr;
     // Both belong to the session, which keeps them as long as it lives.
     if (!below_) below_ = session_->layerHandle(service(), depth_ + 1);
     return below_;
@@ -117,8 +124,7 @@ ZNNetworkInterfaceRef ZNNetworkInterfaceCreateWithInterface(ZNNetworkInterfaceRe
 }
 
 PVStringRef ZNNetworkInterfaceGetInterfaceType(ZNNetworkInterfaceRef interface) noexcept {
-  return zn::run(__func__, nullptr,
-                 [&] { return zn::expectInterface(interface).layer().type.get(); });
+  return zn::run(__func__, nullptr, [&] { return zn::expectInterface(interface).type(); });
 }
 
 ZNNetworkInterfaceRef ZNNetworkInterfaceGetInterface(ZNNetworkInterfaceRef interface) noexcept {

@@ -40,6 +40,10 @@ bool ServiceBody::isWhole() const {
   for (const Layer &layer : chain) {
     if (!layer.type) return false;
   }
+  return protocolsAreWhole(protocols);
+}
+
+bool protocolsAreWhole(const std::vector<Protocol> &protocols) {
   for (auto p = protocols.begin(); p != protocols.end(); ++p) {
     if (!p->type) return false;
     for (auto q = protocols.begin(); q != p; ++q) {
@@ -60,16 +64,47 @@ Service::Service(StringRef serviceId, StringRef serviceName, bool isEnabled,
       encoded_(encodedBody),
       arena_(&arena) {}
 
+void Service::readOutline() {
+  if (body_) return;
+  body_ = decodeServiceBody(encoded_, *arena_, &types_);
+  if (types_.empty()) encoded_ = {};  // read whole
+}
+
 ServiceBody &Service::body() {
-  if (!body_) {
-    body_ = decodeServiceBody(encoded_, *arena_);
+  readOutline();
+  if (!types_.empty()) {
+    ServiceBody whole = decodeServiceBody(encoded_, *arena_);
+    // The protocols read before stay: what was read from them is handed out.
+    body_->chain = std::move(whole.chain);
+    types_.clear();
     encoded_ = {};
   }
   return *body_;
 }
 
+size_t Service::layerCount() {
+  readOutline();
+  return types_.empty() ? body_->chain.size() : types_.size();
+}
+
+PVStringRef Service::layerType(size_t depth) {
+  readOutline();
+  return types_.empty() ? body_->chain.at(depth).type.get() : types_.at(depth);
+}
+
+std::vector<Protocol> &Service::protocols() {
+  readOutline();
+  return body_->protocols;
+}
+
+Protocol *Service::findProtocol(std::string_view type) {
+  readOutline();
+  return body_->findProtocol(type);
+}
+
+// Only changes read a body whole, so one not read whole is as it is stored.
 std::string Service::encodedBody() const {
-  return body_ ? encodeServiceBody(*body_) : std::string(encoded_);
+  return decodedBody() ? encodeServiceBody(*body_) : std::string(encoded_);
 }
 
 std::string_view Arena::keep(std::string_view bytes) {

@@ -97,6 +97,9 @@ struct ServiceBody {
   [[nodiscard]] bool isWhole() const;
 };
 
+// Typed protocols of distinct types.
+[[nodiscard]] bool protocolsAreWhole(const std::vector<Protocol> &protocols);
+
 // The rows of one table: kept in position order (the order they were
 // added), found by identifier, with the positions written and removed since
 // the snapshot. Positions are the table's keys in the database; a new row
@@ -241,10 +244,18 @@ class Service {
   Service(StringRef id, StringRef name, bool enabled, std::string_view encodedBody,
           class Arena &arena);
 
-  // Throws kZNStatusCorruptStore when the stored body does not decode.
+  // Each throws kZNStatusCorruptStore when what it reads does not decode.
+  // The whole body, for a change or for a layer itself.
   ServiceBody &body();
-  // Null while the body is still encoded.
-  const ServiceBody *decodedBody() const { return body_ ? &*body_ : nullptr; }
+  // The layer types and the protocols, which a stored body gives without
+  // reading its interfaces: what telling a service's kind, or reading a
+  // protocol, needs.
+  size_t layerCount();
+  PVStringRef layerType(size_t depth);  // outermost first; depth < layerCount()
+  std::vector<Protocol> &protocols();
+  Protocol *findProtocol(std::string_view type);
+  // Null while the body is not read whole.
+  const ServiceBody *decodedBody() const { return body_ && types_.empty() ? &*body_ : nullptr; }
   // The body as a commit stores it.
   std::string encodedBody() const;
 
@@ -256,9 +267,12 @@ class Service {
   ZNNetworkInterfaceRef outerLayer = nullptr;
 
  private:
-  std::optional<ServiceBody> body_;
-  std::string_view encoded_;  // the row's bytes until decoded
-  Arena *arena_ = nullptr;    // where they are kept
+  void readOutline();
+
+  std::optional<ServiceBody> body_;  // the protocols once read, the chain too once read
+  std::vector<PVStringRef> types_;   // the layer types while the chain is not read
+  std::string_view encoded_;         // the row's bytes until read whole
+  Arena *arena_ = nullptr;           // where they are kept
 };
 
 // What a snapshot keeps for the life of its services, packed rather than

@@ -19,7 +19,7 @@ Boolean ZNNetworkProtocolSetConfiguration(ZNNetworkProtocolRef protocol,
   return zn::run(__func__, false, [&] {
     ZNNetworkProtocol &handle = zn::expectProtocol(protocol);
     zn::DictionaryRef copy = zn::storableConfiguration(configuration);
-    handle.model().configuration = std::move(copy);
+    handle.modelForChange().configuration = std::move(copy);
     handle.changed();
     return true;
   });

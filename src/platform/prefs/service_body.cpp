@@ -102,33 +102,70 @@ StringRef storedString(std::string_view text) {
   return string;
 }
 
-ServiceBody decodeServiceBody(std::string_view text, Arena &arena) {
+ServiceBody decodeServiceBody(std::string_view stored, Arena &arena,
+                              std::vector<PVStringRef> *outlineTypes) {
   ServiceBody body;
-  bool hasInterfaces = false, hasProtocols = false;
-  Reader reader(text);
-  reader.object([&](std::string_view key) {
-    if (key == "interfaces") {
-      hasInterfaces = true;
-      body.chain.clear();
-      reader.array([&] { body.chain.push_back(readLayer(reader, arena)); });
+  std::vector<PVStringRef> types;
+  bool hasTypes = false, hasInterfaces = false, hasProtocols = false;
+  Reader reader(stored);
+  const bool whole = reader.objectWhile([&](std::string_view key) {
+    if (key == "types") {
+      hasTypes = true;
+      types.clear();
+      reader.array([&] {
+        std::string decoded;
+        PVStringRef type = arena.name(reader.string(decoded));
+        if (!type) corrupt();
+        types.push_back(type);
+      });
     } else if (key == "protocols") {
       hasProtocols = true;
       body.protocols.clear();
       reader.array([&] { body.protocols.push_back(readProtocol(reader, arena)); });
+    } else if (key == "interfaces") {
+      // The outline is all there is to read when it came first.
+      if (outlineTypes && hasTypes && hasProtocols) return false;
+      hasInterfaces = true;
+      body.chain.clear();
+      reader.array([&] { body.chain.push_back(readLayer(reader, arena)); });
     } else {
       reader.skip();
     }
+    return true;
   });
+  if (!whole) {
+    if (types.empty() || !protocolsAreWhole(body.protocols)) corrupt();
+    *outlineTypes = std::move(types);
+    return body;
+  }
   reader.end();
   if (!hasInterfaces || !hasProtocols || !body.isWhole()) corrupt();
+  // Types stored beside the interfaces must be theirs.
+  if (hasTypes) {
+    if (types.size() != body.chain.size()) corrupt();
+    for (size_t i = 0; i < types.size(); ++i) {
+      if (text(types[i]) != text(body.chain[i].type.get())) corrupt();
+    }
+  }
   return body;
 }
 
-// Written by hand in the layout the reader expects (members in the order a
-// JSON library would sort them), so that a configuration never decoded is
-// copied as it is stored.
+// Written by hand in the layout the reader expects, so that a configuration
+// never decoded is copied as it is stored. The layer types and protocols
+// come first: reading a service's type or a protocol then stops before the
+// interfaces, most of the text.
 std::string encodeServiceBody(const ServiceBody &body) {
-  std::string out = "{\"interfaces\":[";
+  std::string out = "{\"types\":[";
+  for (const Layer &layer : body.chain) {
+    if (&layer != &body.chain.front()) out += ',';
+    out += json(std::string(text(layer.type.get()))).dump();
+  }
+  out += "],\"protocols\":[";
+  for (const Protocol &protocol : body.protocols) {
+    if (&protocol != &body.protocols.front()) out += ',';
+    appendTyped(out, protocol.type, protocol.configuration, [] {});
+  }
+  out += "],\"interfaces\":[";
   for (const Layer &layer : body.chain) {
     if (&layer != &body.chain.front()) out += ',';
     appendTyped(out, layer.type, layer.configuration, [&] {
@@ -142,11 +179,6 @@ std::string encodeServiceBody(const ServiceBody &body) {
       }
       out += "},";
     });
-  }
-  out += "],\"protocols\":[";
-  for (const Protocol &protocol : body.protocols) {
-    if (&protocol != &body.protocols.front()) out += ',';
-    appendTyped(out, protocol.type, protocol.configuration, [] {});
   }
   out += "]}";
   return out;

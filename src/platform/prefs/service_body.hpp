@@ -1,13 +1,16 @@
 // A service's body in its row: the interface chain and the protocols as one
-// JSON text. Its outline (types, and where each configuration is) is read
-// when the session first touches the service; each configuration when it is
-// first read.
+// JSON text.
 //
-//   {"interfaces": [{"type", "configuration", "extended": {"<entity>": {...}}}],
-//    "protocols": [{"type", "configuration"}]}
+//   {"types": ["<outermost layer's type>", ...],
+//    "protocols": [{"type", "configuration"}],
+//    "interfaces": [{"type", "configuration", "extended": {"<entity>": {...}}}]}
 //
-// Interfaces are listed outermost first. Optional members are left out
-// rather than written as null.
+// Interfaces are listed outermost first; "types" repeats their types, so
+// that the layer types and the protocols are read without the interfaces,
+// which are read when a layer is first used. Each configuration is decoded
+// when first read. Optional members are left out rather than written as
+// null. Bodies written before "types" existed list their interfaces first
+// and no types: they are read whole.
 #pragma once
 
 #include <string>
@@ -20,7 +23,13 @@ namespace zn {
 // Throws kZNStatusCorruptStore when `text` is not a whole service body.
 // Type names come from `arena`, which must keep `text` for the body's
 // configurations to decode from.
-ServiceBody decodeServiceBody(std::string_view text, Arena &arena);
+//
+// With `outlineTypes`, reads a body that lists its types and protocols
+// ahead of its interfaces only that far: the chain is left empty and the
+// types go to `outlineTypes` (borrowed from the arena). Any other body is
+// read whole, `outlineTypes` left empty.
+ServiceBody decodeServiceBody(std::string_view text, Arena &arena,
+                              std::vector<PVStringRef> *outlineTypes = nullptr);
 std::string encodeServiceBody(const ServiceBody &body);
 
 // A string read from the store; kZNStatusCorruptStore when it is not UTF-8

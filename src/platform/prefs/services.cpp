@@ -97,7 +97,7 @@ ZNNetworkInterfaceRef ZNNetworkServiceGetInterface(ZNNetworkServiceRef service) 
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
     zn::Service &model = handle.model();
-    model.body();
+    model.layerCount();  // a body that does not decode has no layers
     if (!model.outerLayer) model.outerLayer = handle.prefs().layerHandle(model, 0);
     return model.outerLayer;
   });
@@ -142,7 +142,7 @@ ZNNetworkProtocolRef ZNNetworkServiceCopyProtocol(ZNNetworkServiceRef service,
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
     zn::Service &model = handle.model();
-    zn::Protocol *protocol = model.body().findProtocol(zn::text(zn::expectString(protocolType)));
+    zn::Protocol *protocol = model.findProtocol(zn::text(zn::expectString(protocolType)));
     if (!protocol) fail(kZNStatusNoSuchObject);
     return new ZNNetworkProtocol(handle.prefs(), model, protocol->type);
   });
@@ -152,7 +152,7 @@ PVArrayRef ZNNetworkServiceCopyProtocols(ZNNetworkServiceRef service) noexcept {
   return zn::run(__func__, nullptr, [&] {
     ZNNetworkService &handle = zn::expectService(service);
     zn::Service &model = handle.model();
-    return zn::createHandleArray(model.body().protocols, [&](const zn::Protocol &protocol) {
+    return zn::createHandleArray(model.protocols(), [&](const zn::Protocol &protocol) {
       return new ZNNetworkProtocol(handle.prefs(), model, protocol.type);
     });
   });

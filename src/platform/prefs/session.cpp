@@ -43,10 +43,14 @@ void ZNPreferences::setChanged(std::string_view id) {
 }
 
 zn::Protocol &ZNNetworkProtocol::model() const {
-  zn::Protocol *found =
-      locator_.locate(prefs(), id.get()).body().findProtocol(zn::text(type.get()));
+  zn::Protocol *found = locator_.locate(prefs(), id.get()).findProtocol(zn::text(type.get()));
   if (!found) zn::fail(kZNStatusNoSuchObject);
   return *found;
+}
+
+zn::Protocol &ZNNetworkProtocol::modelForChange() const {
+  locator_.locate(prefs(), id.get()).body();  // a change is written with the whole body
+  return model();
 }
 
 namespace zn {

@@ -20,15 +20,26 @@ class Reader {
   // read the member's value. The key is valid during the call.
   template <typename Member>
   void object(Member member) {
+    objectWhile([&](std::string_view key) {
+      member(key);
+      return true;
+    });
+  }
+  // As object(), for a reader that may stop early: `member` says false to
+  // stop right after it, leaving the rest of the text unread. True when the
+  // whole object was read.
+  template <typename Member>
+  bool objectWhile(Member member) {
     expect('{');
-    if (take('}')) return;
+    if (take('}')) return true;
     std::string decoded;
     do {
       std::string_view key = string(decoded);
       expect(':');
-      member(key);
+      if (!member(key)) return false;
     } while (take(','));
     expect('}');
+    return true;
   }
   // Calls `element()` for each element of the array here.
   template <typename Element>

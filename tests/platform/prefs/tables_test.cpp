@@ -83,7 +83,9 @@ TEST_F(PreferencesTables, UndecodableServiceFailsItsFirstUseAndIsNeverRewritten)
 }
 
 // A configuration is decoded when first read: a damaged one fails that read
-// alone, and a commit that never read it writes it back as it was.
+// alone, and a commit that never read it writes it back as it was. The body
+// here is in the earlier layout (interfaces first, no types): it is read
+// the same, and written back in the current one.
 TEST_F(PreferencesTables, DamagedConfigurationFailsOnlyItsOwnRead) {
   const std::string database = storeWithOneService(storeDir());
   const std::string body =
@@ -105,8 +107,50 @@ TEST_F(PreferencesTables, DamagedConfigurationFailsOnlyItsOwnRead) {
     ASSERT_TRUE(ZNNetworkServiceSetName(service, text("Renamed").get()));
     ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get()));
   }
-  EXPECT_EQ(runSql(database, "SELECT body FROM services"), body);
+  EXPECT_EQ(runSql(database, "SELECT body FROM services"),
+            R"({"types":["PPP","L2TP","IPv4"],)"
+            R"("protocols":[{"configuration":{"PayloadUUID":"u"},"type":"com.velmora.payload"}],)"
+            R"("interfaces":[{"configuration":{"Broken": },"extended":{"IPSec":{"A":1}},)"
+            R"("type":"PPP"},{"type":"L2TP"},{"type":"IPv4"}]})");
   EXPECT_EQ(runSql(database, "SELECT name FROM services"), "Renamed");
+}
+
+// A service's types and protocols are read from the front of its body, its
+// interfaces only when a layer itself is used: damaged interfaces, or types
+// they do not agree with, fail that use alone, and a commit writes the body
+// back as it was.
+TEST_F(PreferencesTables, TypesAndProtocolsAreReadWithoutTheInterfaces) {
+  const std::string database = storeWithOneService(storeDir());
+  const std::string front =
+      R"({"types":["PPP","L2TP","IPv4"],)"
+      R"("protocols":[{"configuration":{"PayloadUUID":"u"},"type":"com.velmora.payload"}],)";
+  const std::string bodies[] = {
+      front + R"("interfaces":[{"type":"PPP"},{"type": )",  // cut short
+      front + R"("interfaces":[{"type":"IPSec"},{"type":"IPv4"}]})",
+  };
+  for (const std::string &body : bodies) {
+    ASSERT_EQ(runSql(database, "UPDATE services SET body = '" + body + "'"), "");
+    {
+      auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
+      auto services = Ref<PVArrayRef>::adopt(ZNNetworkServiceCopyAll(prefs.get()));
+      auto service = at<ZNNetworkServiceRef>(services.get(), 0);
+      EXPECT_EQ(chainTypes(service), "PPP/L2TP/IPv4") << body;
+      auto payload = Ref<ZNNetworkProtocolRef>::adopt(
+          ZNNetworkServiceCopyProtocol(service, text("com.velmora.payload").get()));
+      EXPECT_TRUE(PVEqual(ZNNetworkProtocolGetConfiguration(payload.get()),
+                          dict({{"PayloadUUID", "u"}}).get()))
+          << body;
+      EXPECT_EQ(ZNNetworkInterfaceGetConfiguration(ZNNetworkServiceGetInterface(service)), nullptr)
+          << body;
+      EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << body;
+      // A protocol's change needs the whole body, so it fails too.
+      EXPECT_FALSE(ZNNetworkProtocolSetConfiguration(payload.get(), dict({}).get())) << body;
+      EXPECT_EQ(ZNError(), kZNStatusCorruptStore) << body;
+      ASSERT_TRUE(ZNNetworkServiceSetName(service, text("Renamed").get())) << body;
+      ASSERT_TRUE(ZNPreferencesCommitChanges(prefs.get())) << body;
+    }
+    EXPECT_EQ(runSql(database, "SELECT body FROM services"), body);
+  }
 }
 
 // A configuration's text is checked as it is decoded: anything a commit
@@ -167,11 +211,12 @@ TEST_F(PreferencesTables, ABodyDecodedWholeIsWrittenBackAsItWasRead) {
   const std::string written = runSql(database, "SELECT body FROM services");
   EXPECT_EQ(
       written,
-      R"({"interfaces":[{"configuration":{"Data":{"$data":"AQ=="},)"
-      R"("Server":"vpn.example.com"},"extended":{"IPSec":{"Method":"SharedSecret"}},)"
-      R"("type":"PPP"},{"configuration":{},"type":"L2TP"},{"configuration":{},"type":"IPv4"}],)"
+      R"({"types":["PPP","L2TP","IPv4"],)"
       R"("protocols":[{"configuration":{},"type":"IPv4"},{"configuration":{},"type":"DNS"},)"
-      R"({"configuration":{},"type":"Proxies"}]})");
+      R"({"configuration":{},"type":"Proxies"}],)"
+      R"("interfaces":[{"configuration":{"Data":{"$data":"AQ=="},)"
+      R"("Server":"vpn.example.com"},"extended":{"IPSec":{"Method":"SharedSecret"}},)"
+      R"("type":"PPP"},{"configuration":{},"type":"L2TP"},{"configuration":{},"type":"IPv4"}]})");
   {
     // Everything read, then the name changed: the same text goes back.
     auto prefs = Ref<ZNPreferencesRef>::adopt(ZNPreferencesCreate());
