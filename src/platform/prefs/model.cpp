@@ -132,19 +132,19 @@ PVStringRef Arena::name(std::string_view text) {
 }
 
 Service &Document::addService(Service service) {
-  std::string id(text(service.id.get()));
-  return services.add(services.nextPosition(), std::move(id), std::move(service));
+  const std::string_view id = text(service.id.get());  // the service's own string keeps it
+  return services.add(services.nextPosition(), id, std::move(service));
 }
 
 Set &Document::addSet(StringRef id) {
-  std::string key(text(id.get()));
   Set set;
   set.id = std::move(id);
-  return sets.add(sets.nextPosition(), std::move(key), std::move(set));
+  const std::string_view key = text(set.id.get());
+  return sets.add(sets.nextPosition(), key, std::move(set));
 }
 
 void Document::addMember(Set &set, Service &service) {
-  set.members.add(nextMember++, std::string(text(service.id.get())), Member{&service});
+  set.members.add(nextMember++, text(service.id.get()), Member{&service});
 }
 
 void Document::removeService(std::string_view view) {

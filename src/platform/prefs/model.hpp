@@ -110,11 +110,14 @@ struct ServiceBody {
 // chain of dependent ones a tree walk makes, which is what listing a large
 // store costs. Taking a row out moves the pointers after it, a small cost
 // next to the commit that follows.
+//
+// A row's identifier is a view of text its value holds (or that outlives
+// the value, as a membership's service does), so that it is not kept twice.
 template <typename T>
 class Rows {
  public:
   struct Row {
-    std::string id;
+    std::string_view id;
     T value;
   };
   using Entry = std::pair<const int64_t, Row>;
@@ -160,14 +163,14 @@ class Rows {
 
   // A row read from the snapshot, which reads rows in position order; false
   // when its identifier is taken or its position is not above every other.
-  [[nodiscard]] bool load(int64_t position, std::string id, T value) {
+  [[nodiscard]] bool load(int64_t position, std::string_view id, T value) {
     if (!rows_.empty() && position <= rows_.back()->first) return false;
-    return append(position, std::move(id), std::move(value)) != nullptr;
+    return append(position, id, std::move(value)) != nullptr;
   }
   // A new row at `position`, which must be above every other, for an
   // identifier no row has.
-  T &add(int64_t position, std::string id, T value) {
-    Entry *entry = append(position, std::move(id), std::move(value));
+  T &add(int64_t position, std::string_view id, T value) {
+    Entry *entry = append(position, id, std::move(value));
     if (!entry) throw std::logic_error("a row with that identifier exists");
     written_.insert(position);
     added_.insert(position);
@@ -212,10 +215,10 @@ class Rows {
 
  private:
   // Null, and nothing added, when the identifier is taken.
-  Entry *append(int64_t position, std::string id, T value) {
+  Entry *append(int64_t position, std::string_view id, T value) {
     // Room first, so that a failure below leaves nothing behind.
     if (rows_.size() == rows_.capacity()) rows_.reserve(std::max<size_t>(16, rows_.size() * 2));
-    auto entry = std::make_unique<Entry>(position, Row{std::move(id), std::move(value)});
+    auto entry = std::make_unique<Entry>(position, Row{id, std::move(value)});
     if (!index_.emplace(entry->second.id, entry.get()).second) return nullptr;
     rows_.push_back(std::move(entry));
     return rows_.back().get();

@@ -118,8 +118,8 @@ void readSets(Database &db, Document &document) {
     set.name = optionalString(row, 2);
     set.selected = optionalText(row, 3);
     if (!set.selected.empty() && !document.services.find(set.selected)) corrupt();
-    std::string id(text(set.id.get()));
-    if (!document.sets.load(integerAt(row, 0), std::move(id), std::move(set))) corrupt();
+    const std::string_view id = text(set.id.get());
+    if (!document.sets.load(integerAt(row, 0), id, std::move(set))) corrupt();
   }
 }
 
@@ -132,10 +132,10 @@ void readServices(Database &db, Document &document) {
     const int bodyType = row.type(4);
     // Every body a commit writes is a JSON object: an empty one was never ours.
     if ((bodyType != SQLITE_BLOB && bodyType != SQLITE_TEXT) || row.bytes(4).empty()) corrupt();
-    std::string key(text(id.get()));
+    const std::string_view key = text(id.get());
     Service service(std::move(id), optionalString(row, 2), enabled == 1,
                     document.arena->keep(row.bytes(4)), *document.arena);
-    if (!document.services.load(integerAt(row, 0), std::move(key), std::move(service))) {
+    if (!document.services.load(integerAt(row, 0), key, std::move(service))) {
       corrupt();
     }
   }
@@ -148,7 +148,8 @@ void readMembers(Database &db, Document &document) {
     Set *set = document.sets.find(textAt(row, 1));
     std::string_view serviceId = textAt(row, 2);
     Service *service = document.services.find(serviceId);
-    if (!set || !service || !set->members.load(position, std::string(serviceId), Member{service})) {
+    if (!set || !service ||
+        !set->members.load(position, text(service->id.get()), Member{service})) {
       corrupt();
     }
     document.nextMember = position + 1;
