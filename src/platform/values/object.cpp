@@ -51,7 +51,7 @@ PVStringRef PVCopyDescription(PVTypeRef value) noexcept {
   std::string text;
   return platform::guarded([&]() -> PVStringRef {
     pv::object(value)->describe(text);
-    return new PVString(std::move(text), false);
+    return PVString::make(text);
   });
 }
 
@@ -60,7 +60,9 @@ PVTypeID PVDataGetTypeID(void) noexcept { return static_cast<PVTypeID>(pv::Kind:
 PVTypeID PVNumberGetTypeID(void) noexcept { return static_cast<PVTypeID>(pv::Kind::Number); }
 PVTypeID PVBooleanGetTypeID(void) noexcept { return static_cast<PVTypeID>(pv::Kind::Boolean); }
 PVTypeID PVArrayGetTypeID(void) noexcept { return static_cast<PVTypeID>(pv::Kind::Array); }
-PVTypeID PVDictionaryGetTypeID(void) noexcept { return static_cast<PVTypeID>(pv::Kind::Dictionary); }
+PVTypeID PVDictionaryGetTypeID(void) noexcept {
+  return static_cast<PVTypeID>(pv::Kind::Dictionary);
+}
 PVTypeID PVSetGetTypeID(void) noexcept { return static_cast<PVTypeID>(pv::Kind::Set); }
 
 }  // extern "C"

@@ -97,38 +97,52 @@ constexpr size_t utf16Length(std::string_view utf8) {
 }  // namespace pv
 
 // Strings keep their text as NUL-terminated UTF-8 and cache their UTF-16
-// length and their hash. A constant string points at its literal.
+// length and their hash. A constant string points at its literal; any other
+// immutable string keeps its text right behind itself, one allocation for
+// both (make); a mutable string owns a std::string (PVMutableString).
 struct PVString : pv::PVObject {
   constexpr PVString(const char *literal, size_t size)
       : PVObject(pv::Kind::String, true),
-        constant(literal),
-        constantSize(size),
-        utf16Count(pv::utf16Length(std::string_view(literal, size))) {}
-  PVString(std::string text, bool isMutable);
-  ~PVString() override;
+        text_(literal),
+        size_(size),
+        utf16Count(pv::utf16Length(std::string_view(literal, size))),
+        isMutable(false) {}
+  // A new immutable string holding a copy of `text`, which must be valid
+  // UTF-8; throws std::bad_alloc.
+  static PVString *make(std::string_view text);
 
-  std::string_view text() const {
-    return constant ? std::string_view(constant, constantSize) : std::string_view(owned);
-  }
-  const char *cString() const { return constant ? constant : owned.c_str(); }
+  std::string_view text() const { return {text_, size_}; }
+  const char *cString() const { return text_; }
   bool equals(const PVObject &other) const override;
   size_t hash() const override;
   void describe(std::string &out) const override { out.append(text()); }
+
+  // Every string not made at compile time was allocated as raw memory (its
+  // text behind it) or by a plain new: freed the one way that suits both.
+  static void operator delete(void *memory) { ::operator delete(memory); }
+
+ protected:
+  PVString(const char *text, size_t size, bool isMutable)
+      : PVObject(pv::Kind::String, false),
+        text_(text),
+        size_(size),
+        utf16Count(pv::utf16Length(std::string_view(text, size))),
+        isMutable(isMutable) {}
+
+  const char *text_;  // NUL-terminated
+  size_t size_;
+
+ public:
+  size_t utf16Count;
+  const bool isMutable;
+  mutable std::atomic<size_t> cachedHash{0};
+};
+
+struct PVMutableString final : PVString {
+  PVMutableString() : PVString("", 0, true) {}
   void assign(std::string text);
 
-  const char *const constant = nullptr;
-  const size_t constantSize = 0;
-  // A constant's text is `constant`; any other string owns its text. A
-  // constant leaves `owned` unmade, so that it is made at compile time
-  // whatever the standard library (one whose empty string cannot be made
-  // then, under clang, included).
-  union {
-    char unused{};
-    std::string owned;
-  };
-  size_t utf16Count = 0;
-  bool isMutable = false;
-  mutable std::atomic<size_t> cachedHash{0};
+  std::string owned;
 };
 
 // Defines an immortal constant string declared (and exported) in a public

@@ -1,7 +1,7 @@
 // Strings: immutable and mutable text, UTF-8/UTF-16 conversion, formatting.
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <new>
 #include <string>
 #include <type_traits>
 
@@ -9,14 +9,12 @@
 #include "platform/guard/guarded.hpp"
 #include "platform/values/object.hpp"
 
-PVString::PVString(std::string text, bool mutableString)
-    : PVObject(pv::Kind::String, false),
-      owned(std::move(text)),
-      utf16Count(pv::utf16Length(owned)),
-      isMutable(mutableString) {}
-
-PVString::~PVString() {
-  if (!constant) std::destroy_at(&owned);
+PVString *PVString::make(std::string_view text) {
+  void *memory = ::operator new(sizeof(PVString) + text.size() + 1);
+  char *kept = static_cast<char *>(memory) + sizeof(PVString);
+  std::memcpy(kept, text.data(), text.size());
+  kept[text.size()] = '\0';
+  return new (memory) PVString(kept, text.size(), false);
 }
 
 bool PVString::equals(const PVObject &other) const {
@@ -34,8 +32,10 @@ size_t PVString::hash() const {
   return h;
 }
 
-void PVString::assign(std::string text) {
+void PVMutableString::assign(std::string text) {
   owned = std::move(text);
+  text_ = owned.c_str();
+  size_ = owned.size();
   utf16Count = pv::utf16Length(owned);
 }
 
@@ -43,8 +43,8 @@ namespace {
 
 const PVString *asString(PVStringRef s) { return s && s->kind == pv::Kind::String ? s : nullptr; }
 
-PVStringRef makeString(std::string text) {
-  return platform::guarded([&] { return new PVString(std::move(text), false); });
+PVStringRef makeString(std::string_view text) {
+  return platform::guarded([&] { return PVString::make(text); });
 }
 
 // ASCII without U+0000, as identifiers and most names are: valid as it
@@ -188,7 +188,7 @@ PVStringRef PVStringCreateWithBytes(const uint8_t *bytes, PVIndex count,
           (!pv::utf::isValidUtf8(text) || text.find('\0') != std::string_view::npos)) {
         return nullptr;
       }
-      return makeString(std::string(text));
+      return makeString(text);
     }
     // An odd trailing byte is not a whole code unit and is dropped.
     std::u16string units(static_cast<size_t>(count) / 2, u'\0');
@@ -209,7 +209,7 @@ PVStringRef PVStringCreateWithCharacters(const uint16_t *chars, PVIndex count) n
                               text)) {
       return nullptr;
     }
-    return makeString(std::move(text));
+    return makeString(text);
   });
 }
 
@@ -222,7 +222,7 @@ PVStringRef PVStringCreateWithFormatAndArguments(const char *fmt, va_list args) 
     bool ok = format(out, fmt, copy);
     va_end(copy);
     if (!ok || !pv::utf::isValidUtf8(out)) return nullptr;
-    return makeString(std::move(out));
+    return makeString(out);
   });
 }
 
@@ -238,7 +238,7 @@ PVStringRef PVStringCreateCopy(PVStringRef string) noexcept {
   const PVString *s = asString(string);
   if (!s) return nullptr;
   if (!s->isMutable) return static_cast<PVStringRef>(PVRetain(s));
-  return makeString(std::string(s->text()));
+  return makeString(s->text());
 }
 
 PVIndex PVStringGetLength(PVStringRef string) noexcept {
@@ -293,7 +293,7 @@ PVDataRef PVStringCreateExternalRepresentation(PVStringRef string,
 }
 
 PVMutableStringRef PVStringCreateMutable(void) noexcept {
-  return platform::guarded([&] { return new PVString(std::string(), true); });
+  return platform::guarded([&] { return new PVMutableString(); });
 }
 
 void PVStringAppend(PVMutableStringRef string, PVStringRef appended) noexcept {
@@ -306,7 +306,8 @@ void PVStringAppendCString(PVMutableStringRef string, const char *utf8) noexcept
       !pv::utf::isValidUtf8(utf8)) {
     return;
   }
-  platform::guarded([&] { string->assign(string->owned + utf8); });
+  auto *mutableString = static_cast<PVMutableString *>(string);
+  platform::guarded([&] { mutableString->assign(mutableString->owned + utf8); });
 }
 
 }  // extern "C"
