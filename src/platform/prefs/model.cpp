@@ -73,9 +73,8 @@ void Service::readOutline() {
 ServiceBody &Service::body() {
   readOutline();
   if (!types_.empty()) {
-    ServiceBody whole = decodeServiceBody(encoded_, *arena_);
     // The protocols read before stay: what was read from them is handed out.
-    body_->chain = std::move(whole.chain);
+    body_->chain = decodeServiceChain(encoded_, *arena_, types_);
     types_.clear();
     encoded_ = {};
   }

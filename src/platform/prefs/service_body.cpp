@@ -54,6 +54,14 @@ Layer readLayer(Reader &reader, Arena &arena) {
   return layer;
 }
 
+// Types stored beside the interfaces must be theirs.
+void checkTypes(const std::vector<PVStringRef> &types, const std::vector<Layer> &chain) {
+  if (types.size() != chain.size()) corrupt();
+  for (size_t i = 0; i < types.size(); ++i) {
+    if (text(types[i]) != text(chain[i].type.get())) corrupt();
+  }
+}
+
 Protocol readProtocol(Reader &reader, Arena &arena) {
   Protocol protocol;
   readTyped(reader, arena, protocol.type, protocol.configuration,
@@ -140,14 +148,28 @@ ServiceBody decodeServiceBody(std::string_view stored, Arena &arena,
   }
   reader.end();
   if (!hasInterfaces || !hasProtocols || !body.isWhole()) corrupt();
-  // Types stored beside the interfaces must be theirs.
-  if (hasTypes) {
-    if (types.size() != body.chain.size()) corrupt();
-    for (size_t i = 0; i < types.size(); ++i) {
-      if (text(types[i]) != text(body.chain[i].type.get())) corrupt();
-    }
-  }
+  if (hasTypes) checkTypes(types, body.chain);
   return body;
+}
+
+std::vector<Layer> decodeServiceChain(std::string_view stored, Arena &arena,
+                                      const std::vector<PVStringRef> &types) {
+  std::vector<Layer> chain;
+  bool hasInterfaces = false;
+  Reader reader(stored);
+  reader.object([&](std::string_view key) {
+    if (key != "interfaces") {
+      reader.skip();
+      return;
+    }
+    hasInterfaces = true;
+    chain.clear();
+    reader.array([&] { chain.push_back(readLayer(reader, arena)); });
+  });
+  reader.end();
+  if (!hasInterfaces) corrupt();
+  checkTypes(types, chain);
+  return chain;
 }
 
 // Written by hand in the layout the reader expects, so that a configuration

@@ -30,6 +30,10 @@ namespace zn {
 // read whole, `outlineTypes` left empty.
 ServiceBody decodeServiceBody(std::string_view text, Arena &arena,
                               std::vector<PVStringRef> *outlineTypes = nullptr);
+// The interfaces of a body whose outline was read (its `types`), which they
+// must agree with; the rest of the text is only stepped over.
+std::vector<Layer> decodeServiceChain(std::string_view text, Arena &arena,
+                                      const std::vector<PVStringRef> &types);
 std::string encodeServiceBody(const ServiceBody &body);
 
 // A string read from the store; kZNStatusCorruptStore when it is not UTF-8
