@@ -18,6 +18,8 @@ struct Failure {
 };
 
 [[noreturn]] inline void fail(int code) { throw Failure{code}; }
+// What the store holds is not what a commit writes.
+[[noreturn]] inline void corrupt() { fail(kZNStatusCorruptStore); }
 
 // The calling thread's last error, as ZNError() reports it.
 void setError(int code) noexcept;

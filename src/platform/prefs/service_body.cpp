@@ -14,12 +14,12 @@ namespace {
 
 using nlohmann::json;
 
-[[noreturn]] void corrupt() { fail(kZNStatusCorruptStore); }
-
-StringRef typeNamed(std::string_view text, Arena &arena) {
-  PVStringRef type = arena.name(text);
+// The type name that is the string here (borrowed from the arena).
+PVStringRef typeAt(Reader &reader, Arena &arena) {
+  std::string decoded;
+  PVStringRef type = arena.name(reader.string(decoded));
   if (!type) corrupt();
-  return StringRef::retain(type);
+  return type;
 }
 
 // Reads a layer's or a protocol's object: its type and configuration, and
@@ -30,8 +30,7 @@ void readTyped(Reader &reader, Arena &arena, StringRef &type, Configuration &con
                Other other) {
   reader.object([&](std::string_view key) {
     if (key == "type") {
-      std::string decoded;
-      type = typeNamed(reader.string(decoded), arena);
+      type = StringRef::retain(typeAt(reader, arena));
     } else if (key == "configuration") {
       configuration = Configuration(reader.objectText(), arena);
     } else if (!other(key)) {
@@ -52,6 +51,13 @@ Layer readLayer(Reader &reader, Arena &arena) {
     return true;
   });
   return layer;
+}
+
+// The interfaces array here, outermost first.
+std::vector<Layer> readChain(Reader &reader, Arena &arena) {
+  std::vector<Layer> chain;
+  reader.array([&] { chain.push_back(readLayer(reader, arena)); });
+  return chain;
 }
 
 // Types stored beside the interfaces must be theirs.
@@ -120,12 +126,7 @@ ServiceBody decodeServiceBody(std::string_view stored, Arena &arena,
     if (key == "types") {
       hasTypes = true;
       types.clear();
-      reader.array([&] {
-        std::string decoded;
-        PVStringRef type = arena.name(reader.string(decoded));
-        if (!type) corrupt();
-        types.push_back(type);
-      });
+      reader.array([&] { types.push_back(typeAt(reader, arena)); });
     } else if (key == "protocols") {
       hasProtocols = true;
       body.protocols.clear();
@@ -134,8 +135,7 @@ ServiceBody decodeServiceBody(std::string_view stored, Arena &arena,
       // The outline is all there is to read when it came first.
       if (outlineTypes && hasTypes && hasProtocols) return false;
       hasInterfaces = true;
-      body.chain.clear();
-      reader.array([&] { body.chain.push_back(readLayer(reader, arena)); });
+      body.chain = readChain(reader, arena);
     } else {
       reader.skip();
     }
@@ -163,8 +163,7 @@ std::vector<Layer> decodeServiceChain(std::string_view stored, Arena &arena,
       return;
     }
     hasInterfaces = true;
-    chain.clear();
-    reader.array([&] { chain.push_back(readLayer(reader, arena)); });
+    chain = readChain(reader, arena);
   });
   reader.end();
   if (!hasInterfaces) corrupt();

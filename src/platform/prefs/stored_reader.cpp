@@ -16,8 +16,6 @@
 namespace zn {
 namespace {
 
-[[noreturn]] void corrupt() { fail(kZNStatusCorruptStore); }
-
 bool isDelimiter(char c) {
   return c == ',' || c == '}' || c == ']' || c == ' ' || c == '\n' || c == '\t' || c == '\r';
 }

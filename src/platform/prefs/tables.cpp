@@ -27,8 +27,6 @@ constexpr const char *kSchema =
     "CREATE TABLE members(position INTEGER PRIMARY KEY, set_id TEXT NOT NULL,"
     " service_id TEXT NOT NULL, UNIQUE (set_id, service_id));";
 
-[[noreturn]] void corrupt() { fail(kZNStatusCorruptStore); }
-
 uint32_t bigEndian(const unsigned char *bytes) {
   return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
 }
